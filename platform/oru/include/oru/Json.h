@@ -1,0 +1,8 @@
+#pragma once
+
+#include <json/json.h>
+
+/// The platform's JSON value is JsonCpp's own, under the platform's name: documents go in and out without conversion.
+namespace oru {
+namespace Json = ::Json;
+} // namespace oru

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <memory>
+
+namespace oru {
+
+/// A thread as an object: derive, override run(), call start().
+///
+/// stop(), exit() and join() before start(), and a second join(), return at once. The destructor joins a thread that
+/// was started and neither joined nor detached; when it runs, the derived part is gone already, so a class whose run()
+/// uses its own members joins in its own destructor. A detached object must outlive its run().
+///
+/// The order of the virtual operations is part of the interface.
+class Thread {
+public:
+    virtual ~Thread();
+
+    /// Runs run() on a new thread. Once only: a second start throws std::logic_error. Throws std::system_error when the
+    /// system gives no thread.
+    virtual void start();
+    /// The thread's body.
+    virtual void run() = 0;
+    /// Asks the body to end: isStopRequested() tells it. Does not wait.
+    virtual void stop();
+    /// stop(), then join().
+    virtual void exit();
+    /// Waits until run() has returned. From inside run() it returns at once.
+    virtual void join();
+    /// Lets the thread go its own way: nobody joins it any more.
+    virtual void detach();
+
+protected:
+    Thread();
+    Thread(const Thread&) = delete;
+    Thread& operator=(const Thread&) = delete;
+
+    bool isStopRequested() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
+} // namespace oru

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <xalutil/Logger.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace xalutil {
+
+/// Runs tasks, somewhere and sometime after execute() was called.
+class ITaskExecutor {
+public:
+    virtual ~ITaskExecutor();
+    /// Never blocks and never runs the task before it returns. After stop() the task is dropped.
+    virtual void execute(std::function<void()> task) = 0;
+    virtual void stop() = 0;
+};
+
+/// Runs its tasks one at a time, in order, on one thread that bears its name (the first 15 characters: the system
+/// allows no more). A task that throws is logged as an error, and the thread goes on.
+///
+/// stop() lets the running task end, drops the rest and joins the thread; called from one of its own tasks it returns
+/// at once, and the thread ends after that task. The destructor stops, and may run on the executor's own thread. A
+/// dropped task is destroyed outside the executor's locks.
+///
+/// When the process exits, every executor still running is stopped, each waited for at most a second, before any older
+/// static object goes.
+class SingleThreadAsyncTaskExecutor : public ITaskExecutor {
+public:
+    /// `logger` takes what tasks throw; empty: the default logger factory's logger for `name`.
+    SingleThreadAsyncTaskExecutor(const std::string& name, std::unique_ptr<ILogger> logger);
+    ~SingleThreadAsyncTaskExecutor() override;
+    SingleThreadAsyncTaskExecutor(const SingleThreadAsyncTaskExecutor&) = delete;
+    SingleThreadAsyncTaskExecutor& operator=(const SingleThreadAsyncTaskExecutor&) = delete;
+
+    void execute(std::function<void()> task) override;
+    void stop() override;
+
+private:
+    struct State;
+    std::shared_ptr<State> m_state;
+};
+
+} // namespace xalutil
