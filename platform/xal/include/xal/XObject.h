@@ -45,6 +45,10 @@ public:
 
     void parseJson(const std::string& text) override { fillFromJson(detail::parseObject(text)); }
     ~XObject() override = default;
+    XObject(const XObject&) = default;
+    XObject(XObject&&) = default;
+    XObject& operator=(const XObject&) = default;
+    XObject& operator=(XObject&&) = default;
 
     virtual xalutil::Optional<std::string> getId() const { return m_descriptor.getId(); }
     virtual xalutil::Optional<std::string> getUri() const { return m_descriptor.getUri(); }
@@ -62,11 +66,6 @@ public:
     }
 
 protected:
-    XObject(const XObject&) = default;
-    XObject(XObject&&) = default;
-    XObject& operator=(const XObject&) = default;
-    XObject& operator=(XObject&&) = default;
-
     const D& descriptor() const { return m_descriptor; }
     D& descriptor() { return m_descriptor; }
     /// What it was last filled from; empty before.

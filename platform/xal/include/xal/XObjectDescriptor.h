@@ -18,6 +18,10 @@ namespace xal {
 class XObjectDescriptor {
 public:
     XObjectDescriptor(const std::string& serviceName, const std::string& resourceName);
+    XObjectDescriptor(const XObjectDescriptor&) = default;
+    XObjectDescriptor(XObjectDescriptor&&) = default;
+    XObjectDescriptor& operator=(const XObjectDescriptor&) = default;
+    XObjectDescriptor& operator=(XObjectDescriptor&&) = default;
     virtual ~XObjectDescriptor();
     virtual xalutil::Optional<std::string> getId() const;
     /// A new object with those of id, name and uri that are set.
@@ -58,11 +62,6 @@ public:
                                std::string& offset);
 
 protected:
-    XObjectDescriptor(const XObjectDescriptor&) = default;
-    XObjectDescriptor(XObjectDescriptor&&) = default;
-    XObjectDescriptor& operator=(const XObjectDescriptor&) = default;
-    XObjectDescriptor& operator=(XObjectDescriptor&&) = default;
-
     /// The elements' own setters add to it; setId, setName and setUri leave it alone.
     XalFilter& filter();
 
