@@ -32,8 +32,11 @@ public:
     xalutil::Optional<std::string> getName() const;
     xalutil::Optional<std::string> getUri() const;
     void setId(const std::string& id);
+    void setId(std::string&& id);
     void setName(const std::string& name);
+    void setName(std::string&& name);
     void setUri(const std::string& uri);
+    void setUri(std::string&& uri);
 
     const std::string& getServiceName() const;
     const std::string& getResourceName() const;
