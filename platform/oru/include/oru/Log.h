@@ -21,7 +21,8 @@ namespace oru {
 class Log {
 public:
     /// Receives every line handed over, whatever the levels say, without a line end; called on the thread that logs,
-    /// perhaps on several at once, with no lock held. It may log itself only if it ends the recursion.
+    /// perhaps on several at once, with no lock held. It may log itself only if it ends the recursion. What it throws
+    /// is lost with the line: a line is handed over by a destructor.
     using Sink = std::function<void(int level, const std::string& line)>;
 
     Log();
@@ -50,7 +51,8 @@ public:
 
 private:
     std::ostringstream m_line;
-    int m_level = -1;
+    int m_level = 0;
+    bool m_isAsked = false; ///< the stream was asked for: there is a line to hand over
 };
 
 } // namespace oru

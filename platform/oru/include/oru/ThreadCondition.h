@@ -26,11 +26,13 @@ public:
     void broadcast();
 
 private:
+    // Locked after the waiters' Mutex, never before it: a waiter takes it while it still holds its Mutex, so that no
+    // signal falls between the unlocking and the waiting, and lets go of it before it locks its Mutex again.
     pthread_mutex_t m_guard;
     pthread_cond_t m_wakeUp;
     pthread_cond_t m_waitersGone;
-    int m_waiters = 0;
-    bool m_closing = false;
+    int m_waiters = 0;      ///< threads inside wait(); guarded by m_guard
+    bool m_closing = false; ///< being destroyed; guarded by m_guard
 };
 
 } // namespace oru
