@@ -51,9 +51,8 @@ Told Recorder::waitFor(const std::string& what, const std::string& client, std::
 
 std::size_t Recorder::count(const std::string& what, const std::string& client) const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return static_cast<std::size_t>(std::count_if(m_told.begin(), m_told.end(), [&](const Told& told) {
-        return told.what == what && told.client == client;
-    }));
+    return static_cast<std::size_t>(std::count_if(
+        m_told.begin(), m_told.end(), [&](const Told& told) { return told.what == what && told.client == client; }));
 }
 
 std::vector<Told> Recorder::all() const {
@@ -127,7 +126,10 @@ void Application::registerAll(const std::string& name) {
     m_client->setCdxDataStateSubsRecieveHandler(document("data"), name);
     m_client->setCdxDataStateUpdateRecieveHandler(document("followed data"), name);
     m_client->setCdxMasterControlCreateRecieveHandler(
-        [this, name](bool success, std::string id) { m_recorder.add({"control created", name, Value(id), success}); }, name);
+        [this, name](bool success, std::string id) {
+            m_recorder.add({"control created", name, Value(id), success});
+        },
+        name);
     m_client->setCdxMasterControlUpdateHandler(flag("control updated"), name);
     m_client->setCdxConfigCreateRecieveHandler(result("config created"), name);
     m_client->setCdxConfigUpdateRecieveHandler(flag("config updated"), name);

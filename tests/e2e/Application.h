@@ -15,8 +15,8 @@ namespace cdxtest {
 oru::Json::Value registryDocument();
 oru::Json::Value serviceDocument(std::uint16_t port);
 
-/// An application as the tests need one: registers every handler of every client that is announced and records what it is told.
-/// Stops and releases the client when it goes, so that the next test gets a fresh one.
+/// An application as the tests need one: registers every handler of every client that is announced and records what it
+/// is told. Stops and releases the client when it goes, so that the next test gets a fresh one.
 class Application {
 public:
     Application();

@@ -22,15 +22,16 @@ struct Told {
 
 std::ostream& operator<<(std::ostream& out, const Told& told);
 
-/// Everything that the handlers of a test's application were told, in order; filled by the framework's thread, read by the test.
+/// Everything that the handlers of a test's application were told, in order; filled by the framework's thread, read by
+/// the test.
 class Recorder {
 public:
     using Match = std::function<bool(const Told&)>;
 
     void add(Told told);
 
-    /// The `count`-th record that `match` accepts, waited for with a deadline that only a failing test meets. Fails the test
-    /// and gives an empty record when it does not come.
+    /// The `count`-th record that `match` accepts, waited for with a deadline that only a failing test meets. Fails the
+    /// test and gives an empty record when it does not come.
     Told waitFor(const Match& match, std::size_t count = 1);
     Told waitFor(const std::string& what, const std::string& client, std::size_t count = 1);
 

@@ -108,8 +108,8 @@ void Application::registerHandlers(const std::string& client) {
     m_client->setCdxConfigCreateRecieveHandler(
         [this, client](bool success, Value result) { created(client, "cdxConfig", success, result["id"].asString()); },
         client);
-    m_client->setCdxConfigUpdateRecieveHandler(
-        [this, client](bool success) { updated(client, "cdxConfig", success); }, client);
+    m_client->setCdxConfigUpdateRecieveHandler([this, client](bool success) { updated(client, "cdxConfig", success); },
+                                               client);
     m_client->setCdxTriggerCreateRecieveHandler(
         [this, client](bool success, Value result) { created(client, "cdxTrigger", success, result["id"].asString()); },
         client);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <CdxMoroClient.h>
-
 #include <oru/Json.h>
 
 #include <atomic>
@@ -17,7 +16,8 @@ class Timeline;
 
 /// The demo's application: what an in-vehicle program does with the library, by its public headers only.
 ///
-/// Its handlers run on the framework's thread, one at a time; the other operations are called by the demo's main thread.
+/// Its handlers run on the framework's thread, one at a time; the other operations are called by the demo's main
+/// thread.
 class Application {
 public:
     Application(Timeline& timeline, Exchanges& exchanges);

@@ -10,8 +10,8 @@
 
 namespace cdxtools {
 
-/// The exchanges that the demo waits for, by name. Each counts as completed only when its event was awaited and arrived.
-/// Events may arrive on any thread, also before anybody waits for them.
+/// The exchanges that the demo waits for, by name. Each counts as completed only when its event was awaited and
+/// arrived. Events may arrive on any thread, also before anybody waits for them.
 class Exchanges {
 public:
     Exchanges(std::vector<std::string> plan, std::chrono::seconds patience);

@@ -21,7 +21,8 @@ std::string inShort(const std::string& document) {
 Timeline::Timeline(const std::string& chatterFile) {
     const int chatter = ::open(chatterFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (chatter < 0)
-        throw std::runtime_error("cannot open " + chatterFile + " for the framework's diagnostics: " + std::strerror(errno));
+        throw std::runtime_error("cannot open " + chatterFile +
+                                 " for the framework's diagnostics: " + std::strerror(errno));
     const int terminal = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     m_terminal = terminal < 0 ? nullptr : ::fdopen(terminal, "w");
     if (m_terminal == nullptr || ::dup2(chatter, STDOUT_FILENO) < 0)
@@ -49,7 +50,7 @@ void Timeline::event(const std::string& who, const std::string& what, const std:
     std::fflush(m_terminal);
 }
 
-void Timeline::closing(const std::string& text) {
+void Timeline::plain(const std::string& text) {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::fprintf(m_terminal, "%s\n", text.c_str());
     std::fflush(m_terminal);

@@ -7,8 +7,8 @@
 
 namespace cdxtools {
 
-/// What the demo shows: one line for each thing that happens, with the time since the start, who, what, and the document in
-/// short. Lines may come from any thread.
+/// What the demo shows: one line for each thing that happens, with the time since the start, who, what, and the
+/// document in short. Lines may come from any thread.
 ///
 /// The framework's own diagnostics go to standard output too. The timeline keeps the terminal for itself: it takes over
 /// standard output's place and sends whatever else is written there to a file.
@@ -22,7 +22,7 @@ public:
 
     void chapter(const std::string& title);
     void event(const std::string& who, const std::string& what, const std::string& document = {});
-    void closing(const std::string& text);
+    void plain(const std::string& text);
 
 private:
     std::mutex m_mutex;

@@ -20,7 +20,9 @@ oru::Json::Int64 millisecondsSince1970() {
 
 } // namespace
 
-std::string eventIdOf(const std::string& client, int number) { return client + "-event-" + std::to_string(number); }
+std::string eventIdOf(const std::string& client, int number) {
+    return client + "-event-" + std::to_string(number);
+}
 
 Vehicle::Vehicle(Timeline& timeline, Exchanges& exchanges, std::vector<std::string> clients)
     : m_timeline(timeline), m_exchanges(exchanges), m_clients(std::move(clients)) {}
@@ -29,8 +31,8 @@ std::string Vehicle::request(const std::string& method, const std::string& targe
                              int expected) {
     const HttpAnswer answer = httpRequest(m_port, method, "/CarDataExchange/" + target, body);
     if (answer.status != expected)
-        throw std::runtime_error(method + " " + target + ": expected " + std::to_string(expected) + ", the service answered " +
-                                 std::to_string(answer.status) + " " + answer.body);
+        throw std::runtime_error(method + " " + target + ": expected " + std::to_string(expected) +
+                                 ", the service answered " + std::to_string(answer.status) + " " + answer.body);
     return answer.body;
 }
 
