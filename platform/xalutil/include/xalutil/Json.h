@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -41,7 +42,6 @@ public:
     /// Sets a member; a key that is there already keeps its place. An array is copied in as it is now; an empty pointer
     /// sets an empty array.
     void set(const std::string& key, const std::string& value);
-    void set(const std::string& key, std::string&& value);
     void set(const std::string& key, const char* value);
     void set(const std::string& key, int value);
     void set(const std::string& key, long value);
@@ -52,13 +52,18 @@ public:
     /// Compact JSON, keys in the order in which they were set.
     std::string toString() const;
 
+    /// Whether both hold the same members with the same values, in whatever order.
+    friend bool operator==(const JsonObject& left, const JsonObject& right);
+    friend bool operator!=(const JsonObject& left, const JsonObject& right) { return !(left == right); }
+
 private:
     friend struct detail::JsonAccess;
-    struct Data;
 
-    std::shared_ptr<const void> m_text; ///< keeps the parsed text alive that m_object lies in; empty when it is our own
-    const void* m_object = nullptr;     ///< the object that is read
-    std::unique_ptr<Data> m_own;        ///< set once this object holds members of its own
+    std::shared_ptr<const void>
+        m_object;          ///< what is read: shared with the parsed text that it lies in, or our own; null: empty
+    void* m_own = nullptr; ///< the same object, once it is ours to change
+    /// Where the last look-up ended: keys are mostly asked for in the order in which they stand.
+    mutable std::atomic<std::uint32_t> m_lastFound{0};
 };
 
 /// A JSON array; what is said of JsonObject holds here too, with the index in the place of the key.
@@ -81,16 +86,18 @@ public:
 
 private:
     friend struct detail::JsonAccess;
-    struct Data;
 
-    std::shared_ptr<const void> m_text;
-    const void* m_array = nullptr;
-    std::unique_ptr<Data> m_own;
+    std::shared_ptr<const void> m_array;
+    void* m_own = nullptr;
 };
 
 /// A parsed text, of whatever kind.
 class JsonValue {
 public:
+    JsonValue(const JsonValue&);
+    JsonValue(JsonValue&&) noexcept;
+    JsonValue& operator=(const JsonValue&);
+    JsonValue& operator=(JsonValue&&) noexcept;
     ~JsonValue();
     /// Throws a std::exception that says what the value is when it is no object (no array). Repeated calls give views
     /// of the same text.
@@ -99,17 +106,17 @@ public:
 
 private:
     friend struct detail::JsonAccess;
-    JsonValue() = default;
+    explicit JsonValue(std::shared_ptr<const void> value);
 
-    std::shared_ptr<const void> m_text;
-    const void* m_value = nullptr;
+    std::shared_ptr<const void> m_value; ///< shares the parsed text that it is the root of
 };
 
-/// Turns text into values: strict JSON in UTF-8, nested at most 128 deep. May be used from several threads at once.
+/// Turns text into values: strict JSON in UTF-8, nested at most 128 deep; of a key that stands twice in an object the
+/// last value holds. May be used from several threads at once.
 class JsonParser {
 public:
     ~JsonParser();
-    /// Throws a std::exception with line, column and reason when the text is malformed.
+    /// Throws a std::exception with line, column (in bytes, both from 1) and reason when the text is malformed.
     JsonValue parse(const std::string& text) const;
 };
 

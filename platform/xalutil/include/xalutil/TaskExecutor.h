@@ -22,13 +22,15 @@ public:
 ///
 /// stop() lets the running task end, drops the rest and joins the thread; called from one of its own tasks it returns
 /// at once, and the thread ends after that task. The destructor stops, and may run on the executor's own thread. A
-/// dropped task is destroyed outside the executor's locks.
+/// dropped task is destroyed outside the executor's locks, by stop() or by the execute() that came too late. A running
+/// task learns of the stop through a StopCallback; an HttpSession's exchange does so by itself.
 ///
 /// When the process exits, every executor still running is stopped, each waited for at most a second, before any older
-/// static object goes.
+/// static object goes; from then on stop() waits for nobody, and a new executor drops all its tasks.
 class SingleThreadAsyncTaskExecutor : public ITaskExecutor {
 public:
-    /// `logger` takes what tasks throw; empty: the default logger factory's logger for `name`.
+    /// `logger` takes what tasks throw; empty: the default logger factory's logger for `name`. Throws std::system_error
+    /// when the system gives no thread.
     SingleThreadAsyncTaskExecutor(const std::string& name, std::unique_ptr<ILogger> logger);
     ~SingleThreadAsyncTaskExecutor() override;
     SingleThreadAsyncTaskExecutor(const SingleThreadAsyncTaskExecutor&) = delete;
