@@ -1,0 +1,7 @@
+#include "CdxXalInterface.h"
+
+namespace zepclient {
+
+CdxXalInterface::~CdxXalInterface() = default;
+
+} // namespace zepclient
