@@ -18,6 +18,9 @@ oru::Json::Value toJson(bool flag) {
 oru::Json::Value toJson(std::int64_t number) {
     return oru::Json::Int64{number};
 }
+oru::Json::Value toJson(xalobjects_GX2::CardataexchangeService::CDXDATA_DELIVERYMODE mode) {
+    return static_cast<oru::Json::Int>(mode);
+}
 
 /// In whose name the data document's lines are logged, and the two ways in which its two forms differ.
 struct DataForm {
