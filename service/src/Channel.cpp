@@ -1,0 +1,243 @@
+#include "Channel.h"
+
+#include "ServerCore.h"
+
+#include <utility>
+
+namespace cdxservice {
+
+namespace {
+
+constexpr std::size_t maxMessageBytes = 64 * 1024;
+/// What is gathered before it is handed to the socket.
+constexpr std::size_t gatheredBytes = 32 * 1024;
+constexpr int turnsInARow = 4;
+/// With more answers waiting the client is not read.
+constexpr std::size_t maxReplyBytes = 64 * 1024;
+/// How long a peer may take to end its side after a close frame was sent, or to take that frame.
+constexpr std::chrono::seconds endingTime(5);
+
+} // namespace
+
+Channel::Channel(ServerCore& core, std::unique_ptr<Transport> transport, OutBuffer out)
+    : m_core(core), m_transport(std::move(transport)), m_frames(maxMessageBytes), m_out(std::move(out)) {}
+
+void Channel::start(std::string_view received, bool tooMany) {
+    m_writing = true;
+    if (tooMany) {
+        end(CloseCode::TooMany);
+    }
+    take(received);
+    write();
+    resumeReading();
+}
+
+void Channel::checkTime(Time now) {
+    if (m_phase != Phase::Open && now - m_endingSince >= endingTime) {
+        close();
+    }
+}
+
+void Channel::stop() {
+    end(CloseCode::Stopping);
+}
+
+void Channel::close() {
+    if (m_phase == Phase::Closed) {
+        return;
+    }
+    m_phase = Phase::Closed;
+    m_transport->close();
+    m_core.remove(shared_from_this());
+}
+
+void Channel::wake() {
+    guarded(m_core, [this] {
+        if (m_phase == Phase::Open && !m_writing && fill()) {
+            m_writing = true;
+            write();
+        }
+    });
+}
+
+void Channel::read() {
+    m_reading = true;
+    m_transport->asyncReadSome(boost::asio::buffer(m_in),
+                               [this, self = shared_from_this()](boost::system::error_code error, std::size_t bytes) {
+                                   m_reading = false;
+                                   if (error || m_phase == Phase::Closed) {
+                                       close();
+                                       return;
+                                   }
+                                   guarded(m_core, [&] {
+                                       take({m_in.data(), bytes});
+                                       wake();
+                                       resumeReading();
+                                   });
+                               });
+}
+
+void Channel::take(std::string_view input) {
+    while (m_phase == Phase::Open) {
+        const FrameReader::Event event = m_frames.next(input);
+        switch (event.kind) {
+        case FrameReader::Event::Kind::More:
+            return;
+        case FrameReader::Event::Kind::Message:
+            takeMessage(event.payload);
+            break;
+        case FrameReader::Event::Kind::Ping:
+            writeFrameHeader(m_replies, Opcode::Pong, event.payload.size());
+            m_replies.append(event.payload);
+            break;
+        case FrameReader::Event::Kind::Close:
+        case FrameReader::Event::Kind::Failure:
+            end(event.code);
+            break;
+        }
+    }
+}
+
+void Channel::takeMessage(std::string_view text) {
+    ClientMessage message = readClientMessage(text);
+    if (!message.readable) {
+        reply(writeError(std::nullopt, *message.problem));
+        end(CloseCode::NotReadable);
+        return;
+    }
+    if (message.subscribes) {
+        subscribe(std::move(message));
+    } else if (message.problem) {
+        reply(writeError(message.sub, *message.problem));
+    } else {
+        m_subscriptions.erase(message.sub);
+    }
+}
+
+void Channel::subscribe(ClientMessage message) {
+    const bool rises = !m_highestSub || message.sub > *m_highestSub;
+    if (rises) {
+        m_highestSub = message.sub;
+    }
+    const auto resource = findResource(message.resource);
+    if (!message.problem && !rises) {
+        message.problem = Problem{409, "\"sub\" is not above all earlier ones"};
+    }
+    if (!message.problem && !resource) {
+        message.problem = Problem{404, "there is no such resource"};
+    }
+    if (message.problem) {
+        reply(writeError(message.sub, *message.problem));
+        return;
+    }
+    m_core.exchange.expire();
+    std::optional<Revision> position;
+    if (message.since && message.since->epoch == m_core.exchange.epoch()) {
+        position = message.since->revision;
+    }
+    const Subscription subscription({message.sub, *resource, std::move(message.id)},
+                                    m_core.exchange.resource(*resource).log(), position);
+    reply(writeSubscribed(message.sub, m_core.exchange.epoch(), subscription.resumed()));
+    m_subscriptions.emplace(message.sub, subscription);
+}
+
+void Channel::reply(std::string_view message) {
+    writeFrameHeader(m_replies, Opcode::Text, message.size());
+    m_replies.append(message);
+}
+
+void Channel::end(CloseCode code) {
+    if (m_phase != Phase::Open) {
+        return;
+    }
+    m_phase = Phase::Ending;
+    m_endingSince = m_core.now();
+    m_subscriptions.clear();
+    writeCloseFrame(m_replies, code);
+    if (!m_writing) {
+        m_writing = true;
+        fill();
+        write();
+    }
+}
+
+/// Makes the next messages; false if there are none.
+bool Channel::fill() {
+    m_out.append(m_replies);
+    m_replies.clear();
+    // Whoever was cut off by a full buffer is served first the next time.
+    auto at = m_subscriptions.lower_bound(m_nextTurn);
+    for (std::size_t left = m_subscriptions.size(); left > 0; --left) {
+        if (at == m_subscriptions.end()) {
+            at = m_subscriptions.begin();
+        }
+        Subscription& subscription = at->second;
+        const RevisionLog& log = m_core.exchange.resource(subscription.resource()).log();
+        m_nextTurn = at->first;
+        while (m_out.size() < gatheredBytes) {
+            if (!subscription.writeNext(m_out, log, m_core.exchange.epoch())) {
+                break;
+            }
+        }
+        if (m_out.size() >= gatheredBytes) {
+            break;
+        }
+        ++at;
+    }
+    return !m_out.empty();
+}
+
+void Channel::write() {
+    // A client that takes everything at once still lets the others have their turn.
+    for (int turn = 0; turn < turnsInARow; ++turn) {
+        std::size_t bytes = 0;
+        if (!m_transport->writeNow(m_out.view(), bytes)) {
+            close();
+            return;
+        }
+        if (bytes == 0 || m_out.consume(bytes)) {
+            break;
+        }
+        m_out.clear();
+        if (!fill()) {
+            written();
+            return;
+        }
+    }
+    m_transport->asyncWriteSome(m_out.view(),
+                                [this, self = shared_from_this()](boost::system::error_code error, std::size_t more) {
+                                    if (error || m_phase == Phase::Closed) {
+                                        close();
+                                        return;
+                                    }
+                                    guarded(m_core, [&] {
+                                        if (!m_out.consume(more)) {
+                                            m_out.clear();
+                                            if (!fill()) {
+                                                written();
+                                                return;
+                                            }
+                                        }
+                                        write();
+                                        resumeReading();
+                                    });
+                                });
+}
+
+void Channel::written() {
+    m_writing = false;
+    m_out.clear();
+    if (m_phase == Phase::Ending) {
+        m_phase = Phase::Draining;
+        m_transport->endSending(shared_from_this());
+    }
+    resumeReading();
+}
+
+void Channel::resumeReading() {
+    if (!m_reading && m_phase != Phase::Closed && m_replies.size() <= maxReplyBytes) {
+        read();
+    }
+}
+
+} // namespace cdxservice

@@ -1,0 +1,280 @@
+#include "Exchange.h"
+
+#include "Random.h"
+#include "StrictJson.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+namespace cdxservice {
+
+namespace {
+
+bool isTaken(const ElementPtr& holder, std::string_view id) {
+    return holder && holder->id() != id;
+}
+
+Problem conflict(const char* detail, std::size_t field) {
+    return {409, detail, pointerTo(schema()[0].fields[field].key)};
+}
+
+} // namespace
+
+Exchange::Exchange(std::unique_ptr<StoreBackend> backend, std::size_t keptRemovals) : m_backend(std::move(backend)) {
+    m_resources.reserve(resourceCount);
+    for (const ResourceSchema& schema : schema()) {
+        m_resources.emplace_back(schema, keptRemovals);
+    }
+    if (m_backend) {
+        load();
+    }
+    if (m_epoch.empty()) {
+        m_epoch = randomHex(32);
+    }
+}
+
+void Exchange::load() {
+    StoredState state = m_backend->load();
+    m_epoch = std::move(state.epoch);
+    for (const StoredChange& change : state.changes) {
+        const auto index = findResource(change.resource);
+        if (!index) {
+            throw std::runtime_error("the store holds an unknown resource: " + change.resource);
+        }
+        Resource& resource = m_resources[*index];
+        resource.nextElementId = std::max(resource.nextElementId, change.nextElementId);
+        if (!change.json) {
+            resource.remove(change.id, change.revision);
+            continue;
+        }
+        std::string problem;
+        const auto json = readStrictJson(*change.json, {}, problem);
+        Values values(resource.schema().fields.size());
+        values[idField] = change.id;
+        values[uriField] = elementUri(resource.schema(), change.id);
+        if (!json || !json->is_object() || Document(resource.schema(), json->get_object()).applyTo(values, false)) {
+            throw std::runtime_error("the store holds an element that is none: " + change.resource + "/" + change.id);
+        }
+        // What is stored has lost its writer's prefix; a name may begin like one all the same.
+        if (const auto name = Document(resource.schema(), json->get_object()).text(nameField)) {
+            values[nameField] = std::string(*name);
+        }
+        resource.put(
+            std::make_shared<const Element>(resource.schema(), std::move(values), change.isNew, change.revision));
+    }
+}
+
+bool Exchange::answers() {
+    return !m_backend || m_backend->answers();
+}
+
+void Exchange::attach(Observer observer, std::shared_ptr<Clock> clock, std::size_t maxElementBytes) {
+    if (m_attached.exchange(true)) {
+        throw std::runtime_error("another server uses the store");
+    }
+    m_observer = std::move(observer);
+    m_clock = std::move(clock);
+    m_maxElementBytes = maxElementBytes;
+}
+
+void Exchange::detach() {
+    m_observer = {};
+    m_clock.reset();
+    m_attached = false;
+}
+
+void Exchange::expire() {
+    const std::size_t data = wellKnown().data;
+    const auto over = m_resources[data].expired(m_clock->sinceEpoch().count());
+    if (!over.empty()) {
+        // A store that is away keeps them for now; the next look tries again.
+        commit(removals(data, over), 0);
+    }
+}
+
+Exchange::Result Exchange::post(std::size_t index, const boost::json::object& body, std::size_t bodyBytes) {
+    const Resource& resource = m_resources[index];
+    const ResourceSchema& schema = resource.schema();
+    const Document document(schema, body);
+
+    const auto name = document.name();
+    const auto postedId = document.text(idField);
+    const ElementPtr existing = schema.oneOfEachName && name && !name->empty() ? resource.findName(*name) : nullptr;
+    if (existing && postedId && *postedId != existing->id()) {
+        return conflict("the element of this name has another id", idField);
+    }
+    if (!existing && postedId && resource.find(std::string(*postedId))) {
+        return conflict("an element with this id exists", idField);
+    }
+
+    Values values(schema.fields.size());
+    values[idField] = existing ? existing->id() : postedId ? std::string(*postedId) : randomUuid();
+    values[uriField] = elementUri(schema, std::get<std::string>(values[idField]));
+    auto invalid = document.applyTo(values, false);
+    if (postedId && !isElementId(*postedId) && !invalid) {
+        invalid = Problem{422, "\"id\" is 1 to 128 of the letters, the digits, _ and -", pointerTo("id")};
+    }
+    if (auto problem = tooLarge(document, values, bodyBytes)) {
+        return *problem;
+    }
+    if (invalid) {
+        return *invalid;
+    }
+
+    const std::size_t elementId = *schema.find("elementId");
+    bool numbered = false;
+    if (existing && !document.has(elementId)) {
+        values[elementId] = existing->values()[elementId];
+    } else if (!document.has(elementId)) {
+        values[elementId] = static_cast<std::int64_t>(resource.nextElementId);
+        numbered = true;
+    }
+    if (existing && existing->values() == values && existing->isNew() == document.isNew()) {
+        return Written{existing, false};
+    }
+    const Revision revision = resource.log().latest() + 1;
+    const auto element = std::make_shared<const Element>(schema, std::move(values), document.isNew(), revision);
+    if (element->json().size() > m_maxElementBytes) {
+        return Problem{413, "the element would be too large"};
+    }
+    if (auto problem = commit({{index, revision, element, false}}, numbered ? 1 : 0)) {
+        return *problem;
+    }
+    expire();
+    return Written{element, !existing};
+}
+
+Exchange::Result Exchange::patch(std::size_t index, const ElementPtr& element, const boost::json::object& body,
+                                 std::size_t bodyBytes) {
+    const Resource& resource = m_resources[index];
+    const ResourceSchema& schema = resource.schema();
+    const Document document(schema, body);
+
+    const auto name = document.name();
+    if (schema.oneOfEachName && name && !name->empty() && isTaken(resource.findName(*name), element->id())) {
+        return conflict("another element has this name", nameField);
+    }
+    Values values = element->values();
+    const auto invalid = document.applyTo(values, true);
+    if (auto problem = tooLarge(document, element->values(), bodyBytes)) {
+        return *problem;
+    }
+    if (invalid) {
+        return *invalid;
+    }
+
+    std::vector<Change> changes;
+    ElementPtr result = element;
+    const std::optional<bool> isNew = document.has(nameField) ? document.isNew() : element->isNew();
+    if (values != element->values() || isNew != element->isNew()) {
+        const Revision revision = resource.log().latest() + 1;
+        result = std::make_shared<const Element>(schema, std::move(values), isNew, revision);
+        if (result->json().size() > m_maxElementBytes) {
+            return Problem{413, "the element would be too large"};
+        }
+        changes.push_back({index, revision, result, false});
+    }
+
+    std::vector<ElementPtr> settled;
+    const auto ticket = schema.settlesData ? document.text(wellKnown().controlEventTicket) : std::nullopt;
+    if (ticket && !result->name().empty()) {
+        settled = m_resources[wellKnown().data].findEvent(result->name(), *ticket);
+        const auto removed = removals(wellKnown().data, settled);
+        changes.insert(changes.end(), removed.begin(), removed.end());
+    }
+    if (auto problem = commit(changes, 0)) {
+        return *problem;
+    }
+    for (const ElementPtr& data : settled) {
+        if (m_observer.settled) {
+            const std::string* outcome = result->text(wellKnown().controlDeliveryResult);
+            m_observer.settled({std::string(result->name()), std::string(*ticket),
+                                outcome ? std::optional<std::string>(*outcome) : std::nullopt, data->id()});
+        }
+    }
+    expire();
+    return Written{result, false};
+}
+
+std::optional<Problem> Exchange::remove(std::size_t index, const ElementPtr& element) {
+    return commit(removals(index, {element}), 0);
+}
+
+/// Only a document that cannot be told exactly, because it is wrong, is judged here; a right one by what it makes.
+std::optional<Problem> Exchange::tooLarge(const Document& document, const Values& values, std::size_t bodyBytes) const {
+    constexpr std::size_t keysAndIdentity = 1024;
+    std::size_t bound = bodyBytes + keysAndIdentity;
+    for (const Value& value : values) {
+        if (const auto* text = std::get_if<std::string>(&value)) {
+            bound += 6 * text->size();
+        } else if (const auto* list = std::get_if<std::vector<std::string>>(&value)) {
+            for (const std::string& entry : *list) {
+                bound += 6 * entry.size() + 3;
+            }
+        }
+    }
+    if (bound > m_maxElementBytes && document.sizeOver(values) > m_maxElementBytes) {
+        return Problem{413, "the element would be too large"};
+    }
+    return std::nullopt;
+}
+
+std::vector<Exchange::Change> Exchange::removals(std::size_t index, const std::vector<ElementPtr>& elements) const {
+    std::vector<Change> changes;
+    Revision revision = m_resources[index].log().latest();
+    for (const ElementPtr& element : elements) {
+        changes.push_back({index, ++revision, element, true});
+    }
+    return changes;
+}
+
+std::optional<Problem> Exchange::commit(const std::vector<Change>& changes, std::size_t numbered) {
+    if (changes.empty()) {
+        return std::nullopt;
+    }
+    if (m_backend) {
+        std::vector<StoredChange> stored;
+        stored.reserve(changes.size());
+        for (const Change& change : changes) {
+            const Resource& resource = m_resources[change.resource];
+            StoredChange& entry = stored.emplace_back();
+            entry.resource = resource.schema().name;
+            entry.revision = change.revision;
+            entry.id = change.element->id();
+            if (!change.removed) {
+                entry.json = change.element->json();
+                entry.isNew = change.element->isNew();
+            }
+            entry.nextElementId = resource.nextElementId + numbered;
+        }
+        switch (m_backend->commit(m_epoch, stored)) {
+        case StoreBackend::Outcome::Stored:
+            break;
+        case StoreBackend::Outcome::Away:
+            return Problem{503, "the store is away; nothing was stored"};
+        case StoreBackend::Outcome::Full:
+            return Problem{507, "the store is full; nothing was stored"};
+        }
+    }
+    m_resources[changes.front().resource].nextElementId += numbered;
+    std::array<bool, resourceCount> touched = {};
+    for (const Change& change : changes) {
+        Resource& resource = m_resources[change.resource];
+        if (change.removed) {
+            resource.remove(change.element->id(), change.revision);
+        } else {
+            resource.put(change.element);
+        }
+        touched[change.resource] = true;
+    }
+    for (std::size_t i = 0; i < touched.size(); ++i) {
+        if (touched[i] && m_observer.changed) {
+            m_observer.changed(i);
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace cdxservice

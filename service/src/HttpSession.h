@@ -1,0 +1,75 @@
+#pragma once
+
+#include "ChunkDecoder.h"
+#include "Connection.h"
+#include "OutBuffer.h"
+#include "RequestHead.h"
+#include "Router.h"
+#include "Transport.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace cdxservice {
+
+class ServerCore;
+
+/// One connection that speaks HTTP: requests are read and answered one after the other, also such as come before the
+/// answer to the last one has gone. Holds no more than the request at hand and the answers that the peer has not taken.
+class HttpSession : public Connection {
+public:
+    HttpSession(ServerCore& core, std::unique_ptr<Transport> transport);
+
+    void start();
+    void checkTime(Time now) override;
+    void stop() override;
+    void close() override;
+
+private:
+    enum class Phase {
+        Head,     ///< A request's head is read, or awaited.
+        Body,     ///< Its body is read.
+        Skip,     ///< It was answered before its body came, which is dropped.
+        Ending,   ///< The last answer goes out.
+        Draining, ///< It went out; what still comes is dropped, so that the peer can read it.
+        Closed
+    };
+
+    void read();
+    void received(std::size_t bytes);
+    void process();
+    bool processHead();
+    bool processBody();
+    bool takeBody(std::string_view& body);
+    void judge();
+    void answer(const Response& response, bool close);
+    void endRequest();
+    void upgrade(const Router::Upgrade& upgrade);
+    void write();
+    void written();
+    void drain();
+
+    std::string_view unread() const { return std::string_view(m_in).substr(m_begin, m_end - m_begin); }
+    void consume(std::size_t bytes);
+
+    ServerCore& m_core;
+    std::unique_ptr<Transport> m_transport;
+    Phase m_phase = Phase::Head;
+    std::string m_in; ///< Received bytes are those from m_begin to m_end.
+    std::size_t m_begin = 0;
+    std::size_t m_end = 0;
+    HeadParser m_parser;
+    Route m_route;
+    std::optional<ChunkDecoder> m_chunks;
+    std::uint64_t m_skip = 0;
+    OutBuffer m_out;
+    bool m_writing = false;
+    bool m_reading = false;
+    Time m_lastByte;
+    std::optional<Time> m_requestBegan;
+};
+
+} // namespace cdxservice

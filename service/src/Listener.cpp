@@ -1,0 +1,113 @@
+#include "Listener.h"
+
+#include <cerrno>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace cdxservice {
+
+namespace tcp = boost::asio::ip;
+
+namespace {
+
+constexpr int acceptedInARow = 64;
+constexpr std::chrono::milliseconds retryAfter(100);
+
+/// accept4 and socket take the flag along: between two calls another thread could start a program.
+int openSocket(const tcp::tcp& protocol) {
+    return ::socket(protocol.family(), protocol.type() | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol.protocol());
+}
+
+} // namespace
+
+Listener::Listener(boost::asio::io_context& io, const boost::asio::ip::address& address, std::uint16_t port)
+    : m_io(io), m_acceptor(io), m_retry(io), m_protocol(address.is_v6() ? tcp::tcp::v6() : tcp::tcp::v4()) {
+    const auto fail = [&](const std::string& why) {
+        throw std::runtime_error("cannot listen on " + address.to_string() + ", port " + std::to_string(port) + ": " +
+                                 why);
+    };
+    const int descriptor = openSocket(m_protocol);
+    boost::system::error_code error(descriptor < 0 ? errno : 0, boost::system::system_category());
+    if (!error) {
+        m_acceptor.assign(m_protocol, descriptor, error);
+    }
+    if (!error) {
+        // A service that comes back finds its port although its old connections are not all forgotten.
+        m_acceptor.set_option(tcp::tcp::acceptor::reuse_address(true), error);
+    }
+    if (!error) {
+        m_acceptor.bind({address, port}, error);
+    }
+    if (!error) {
+        m_acceptor.listen(boost::asio::socket_base::max_listen_connections, error);
+    }
+    if (!error) {
+        m_acceptor.non_blocking(true, error);
+    }
+    if (error) {
+        fail(error.message());
+    }
+    m_port = m_acceptor.local_endpoint().port();
+}
+
+void Listener::start(std::function<void(Socket)> accepted, std::function<void(const std::string&)> failed) {
+    m_accepted = std::move(accepted);
+    m_failed = std::move(failed);
+    await();
+}
+
+void Listener::stop() {
+    boost::system::error_code ignored;
+    m_acceptor.close(ignored);
+    m_retry.cancel();
+}
+
+void Listener::await() {
+    m_acceptor.async_wait(tcp::tcp::acceptor::wait_read, [this](boost::system::error_code error) {
+        if (!error) {
+            acceptAll();
+        }
+    });
+}
+
+void Listener::acceptAll() {
+    for (int i = 0; i < acceptedInARow && m_acceptor.is_open(); ++i) {
+        const int descriptor = ::accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (descriptor >= 0) {
+            Socket socket(m_io);
+            boost::system::error_code error;
+            socket.assign(m_protocol, descriptor, error);
+            if (error) {
+                ::close(descriptor);
+                continue;
+            }
+            socket.non_blocking(true, error);
+            socket.set_option(tcp::tcp::no_delay(true), error);
+            socket.set_option(boost::asio::socket_base::keep_alive(true), error);
+            m_accepted(std::move(socket));
+            continue;
+        }
+        const int error = errno;
+        if (error == EAGAIN || error == EWOULDBLOCK) {
+            break;
+        }
+        if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
+            // The connection stays in the queue and would be announced again at once, and again.
+            m_failed(boost::system::error_code(error, boost::system::system_category()).message());
+            m_retry.expires_after(retryAfter);
+            m_retry.async_wait([this](boost::system::error_code cancelled) {
+                if (!cancelled) {
+                    await();
+                }
+            });
+            return;
+        }
+    }
+    if (m_acceptor.is_open()) {
+        await();
+    }
+}
+
+} // namespace cdxservice

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <cstdint>
+#include <functional>
+
+namespace cdxservice {
+
+/// The socket that connections arrive at. Its descriptor and theirs are not passed on to programs that the process
+/// starts.
+class Listener {
+public:
+    using Socket = boost::asio::ip::tcp::socket;
+
+    /// Binds and listens. Throws std::runtime_error that names the address.
+    Listener(boost::asio::io_context& io, const boost::asio::ip::address& address, std::uint16_t port);
+
+    std::uint16_t port() const { return m_port; }
+    /// Hands every connection to `accepted` until stop(); `failed` is told what the system says when it gives none, as
+    /// when there are no descriptors left. It is asked again soon.
+    void start(std::function<void(Socket)> accepted, std::function<void(const std::string&)> failed);
+    void stop();
+
+private:
+    void await();
+    void acceptAll();
+
+    boost::asio::io_context& m_io;
+    boost::asio::ip::tcp::acceptor m_acceptor;
+    boost::asio::steady_timer m_retry;
+    boost::asio::ip::tcp m_protocol;
+    std::uint16_t m_port = 0;
+    std::function<void(Socket)> m_accepted;
+    std::function<void(const std::string&)> m_failed;
+};
+
+} // namespace cdxservice

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Element.h"
+
+#include <cstddef>
+#include <map>
+#include <string>
+
+namespace cdxservice {
+
+/// The order of a resource's changes, as far as it still matters: each element once, at its latest change, and the most
+/// recent removals.
+///
+/// A subscription is a revision in this order and asks for what comes after it; the log knows no subscriber.
+class RevisionLog {
+public:
+    struct Entry {
+        Revision revision = 0;               ///< 0: nothing comes after.
+        const ElementPtr* element = nullptr; ///< Null: a removal.
+        const std::string* removedId = nullptr;
+    };
+
+    explicit RevisionLog(std::size_t keptRemovals) : m_keptRemovals(keptRemovals) {}
+
+    /// `previous` is the element's revision so far, 0 for a new one.
+    void put(ElementPtr element, Revision previous);
+    /// `previous` as above; 0 when only the removal itself is known.
+    void remove(const std::string& id, Revision previous, Revision revision);
+
+    /// The revision of the latest change of any kind.
+    Revision latest() const { return m_latest; }
+    /// The revision of the latest removal that is no longer known, 0 if all are.
+    Revision forgotten() const { return m_forgotten; }
+
+    /// What comes next after `position`, of removals only such as come after `removalsAfter` too. Valid until the log
+    /// changes.
+    Entry after(Revision position, Revision removalsAfter) const;
+
+    /// All elements, latest change last.
+    const std::map<Revision, ElementPtr>& elements() const { return m_elements; }
+
+private:
+    std::size_t m_keptRemovals;
+    Revision m_latest = 0;
+    Revision m_forgotten = 0;
+    std::map<Revision, ElementPtr> m_elements;
+    std::map<Revision, std::string> m_removals;
+};
+
+} // namespace cdxservice
