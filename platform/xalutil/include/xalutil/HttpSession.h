@@ -83,7 +83,8 @@ public:
     ~PocoHttpSessionFactory();
 
     /// A session with the server of `baseUri` ("http://host:port", "https://host"); its path is not looked at. Nothing
-    /// is sent yet. Throws std::invalid_argument, naming the URI, when it names no such server.
+    /// is sent yet. Throws std::invalid_argument, naming the URI, when it names no such server, and another
+    /// std::exception when the system's means do not suffice.
     std::unique_ptr<HttpSession> createSession(const std::string& baseUri);
 };
 

@@ -1,0 +1,172 @@
+#include "HttpAnswerParser.h"
+#include "HttpConnection.h"
+#include "HttpText.h"
+#include "Interruption.h"
+
+#include <xalutil/HttpSession.h>
+#include <xalutil/StopCallback.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace xalutil {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The request as it is sent. What would let one request become two, or another one, is refused.
+std::string wordRequest(const HttpRequest& request, const std::string& authority) {
+    const auto isPlain = [](char c) { return c > ' ' && c < 0x7f; };
+    if (!httptext::isToken(request.method))
+        throw HttpError(0, "the request's method is no token");
+    if (request.target.empty() || request.target.front() != '/' ||
+        !std::all_of(request.target.begin(), request.target.end(), isPlain))
+        throw HttpError(0, "the request's target is no encoded path");
+
+    std::string text = request.method + ' ' + request.target + " HTTP/1.1\r\nHost: " + authority + "\r\n";
+    for (const auto& [name, value] : request.headers) {
+        if (!httptext::isToken(name) || !httptext::isFieldText(value))
+            throw HttpError(0, "the request's header \"" + name + "\" cannot be sent");
+        text += name + ": " + value + "\r\n";
+    }
+    const bool callsForBody = request.method == "POST" || request.method == "PUT" || request.method == "PATCH";
+    if (callsForBody || !request.body.empty())
+        text += "Content-Length: " + std::to_string(request.body.size()) + "\r\n";
+    return text + "\r\n" + request.body;
+}
+
+class PocoHttpSession : public HttpSession {
+public:
+    explicit PocoHttpSession(HttpServer server) : m_server(std::move(server)), m_trust(makeTrust(m_server)) {}
+
+    HttpResponse exchange(const HttpRequest& request, Clock::time_point deadline, const HttpLimits& limits) override {
+        const StopCallback onStop([this] { cancel(); });
+        m_interruption.check(deadline);
+        const std::string text = wordRequest(request, m_server.authority());
+        dropUnlessUsable(limits);
+        const bool isKept = m_connection != nullptr;
+        HttpAnswerParser parser(request.method == "HEAD", limits);
+        try {
+            return exchangeOnce(text, parser, deadline);
+        } catch (const HttpConnectionLost&) {
+            if (!isKept || request.method != "GET" || parser.hasSeenBytes())
+                throw;
+        }
+        return exchangeOnce(text, parser, deadline);
+    }
+
+    void cancel() noexcept override { m_interruption.cancel(); }
+
+private:
+    void dropUnlessUsable(const HttpLimits& limits) {
+        if (!m_connection)
+            return;
+        bool isUsable = false;
+        try {
+            // Nothing may come that nobody asked for, least of all the connection's end.
+            char unasked = 0;
+            isUsable = Clock::now() - m_idleSince < limits.keepIdle && !m_connection->receive(&unasked, 1);
+        } catch (const HttpConnectionLost&) {
+            // As unusable as can be.
+        }
+        if (!isUsable)
+            m_connection.reset();
+    }
+
+    /// A connection on which anything went wrong is not kept.
+    HttpResponse exchangeOnce(const std::string& text, HttpAnswerParser& parser, Clock::time_point deadline) {
+        std::unique_ptr<HttpConnection> connection = std::move(m_connection);
+        if (!connection)
+            connection = std::make_unique<HttpConnection>(m_server, m_trust, m_interruption, deadline);
+        bool isSent = false;
+        try {
+            isSent = sendAll(*connection, text, parser, deadline);
+            while (!parser.isComplete())
+                if (!receiveSome(*connection, parser, deadline))
+                    connection->await(false, m_interruption, deadline);
+        } catch (const HttpConnectionLost& failure) {
+            throw HttpConnectionLost(parser.getStatus(), failure.what());
+        } catch (const HttpError& failure) {
+            throw HttpError(parser.getStatus(), failure.what());
+        }
+        if (isSent && parser.mayReuseConnection()) {
+            m_connection = std::move(connection);
+            m_idleSince = Clock::now();
+        }
+        return parser.takeAnswer();
+    }
+
+    /// False where the server answered, or went, before it had the whole request.
+    bool sendAll(HttpConnection& connection, std::string_view text, HttpAnswerParser& parser,
+                 Clock::time_point deadline) const {
+        while (!text.empty()) {
+            m_interruption.check(deadline);
+            std::size_t sent = 0;
+            try {
+                sent = connection.send(text);
+            } catch (const HttpConnectionLost&) {
+                return false; // what it answered first can still be read
+            }
+            text.remove_prefix(sent);
+            if (sent > 0)
+                continue;
+            connection.await(true, m_interruption, deadline);
+            receiveSome(connection, parser, deadline);
+            if (parser.isComplete())
+                return false;
+        }
+        return true;
+    }
+
+    /// False where there is nothing yet.
+    bool receiveSome(HttpConnection& connection, HttpAnswerParser& parser, Clock::time_point deadline) const {
+        m_interruption.check(deadline);
+        std::array<char, 16 * 1024> buffer;
+        const std::optional<std::size_t> received = connection.receive(buffer.data(), buffer.size());
+        if (!received)
+            return false;
+        if (*received > 0)
+            parser.take(std::string_view(buffer.data(), *received));
+        else if (parser.hasSeenBytes())
+            parser.takeEnd();
+        else
+            throw HttpConnectionLost(0, "the connection was closed before the answer");
+        return true;
+    }
+
+    const HttpServer m_server;
+    const std::shared_ptr<HttpTrust> m_trust;
+    Interruption m_interruption;
+
+    // Of the thread that exchanges.
+    std::unique_ptr<HttpConnection> m_connection; ///< kept and idle; empty when there is none
+    Clock::time_point m_idleSince;
+};
+
+} // namespace
+
+const std::string* HttpResponse::find(const std::string& name) const {
+    const auto found = std::find_if(headers.begin(), headers.end(), [&](const auto& header) {
+        return httptext::equalIgnoringCase(header.first, name);
+    });
+    return found == headers.end() ? nullptr : &found->second;
+}
+
+HttpError::HttpError(int status, const std::string& what) : std::runtime_error(what), m_status(status) {}
+
+int HttpError::getStatus() const noexcept {
+    return m_status;
+}
+
+HttpSession::~HttpSession() = default;
+
+PocoHttpSessionFactory::PocoHttpSessionFactory() = default;
+PocoHttpSessionFactory::~PocoHttpSessionFactory() = default;
+
+std::unique_ptr<HttpSession> PocoHttpSessionFactory::createSession(const std::string& baseUri) {
+    return std::make_unique<PocoHttpSession>(HttpServer::fromUri(baseUri));
+}
+
+} // namespace xalutil
