@@ -1,17 +1,13 @@
 #include "Application.h"
 
+#include <support/Tcp.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <utility>
 
 namespace cdxtest {
-
-namespace {
-
-constexpr std::chrono::seconds patience(20);
-
-}
 
 std::ostream& operator<<(std::ostream& out, const Told& told) {
     return out << told.what << " of \"" << told.client << "\" (" << told.success << ") " << told.document;
@@ -84,17 +80,24 @@ Application::Application() : m_client(zepclient::CdxMoroClient::getInstance()) {
 
 Application::~Application() {
     stop();
+    abandon();
+}
+
+void Application::abandon() {
+    m_started = false;
     m_client.reset();
     zepclient::CdxMoroClient::ReleaseCdxMoroClientThread();
 }
 
 void Application::start(std::uint16_t port) {
-    m_client->setMsgProcessorCallback([this](oru::Json::Value state) {
-        registerAll(state["name"].asString());
-        if (onAnnounced)
-            onAnnounced(state);
-        m_recorder.add({"announced", state["name"].asString(), state});
-    });
+    if (hasMessageProcessor) {
+        m_client->setMsgProcessorCallback([this](oru::Json::Value state) {
+            registerAll(state["name"].asString());
+            if (onAnnounced)
+                onAnnounced(state);
+            m_recorder.add({"announced", state["name"].asString(), state});
+        });
+    }
     m_client->setMsgProcessorDeleteCallback([this](std::string name) {
         if (onGone)
             onGone(name);

@@ -30,10 +30,14 @@ public:
     /// Called from inside the library-wide handlers, before they record.
     std::function<void(const oru::Json::Value& state)> onAnnounced;
     std::function<void(const std::string& client)> onGone;
+    /// Whether the next start sets the message-processor handler.
+    bool hasMessageProcessor = true;
 
     void start(std::uint16_t port);
     void registerAll(const std::string& clientName);
     void stop();
+    /// Lets the client go as an application does that forgets to stop it.
+    void abandon();
 
 private:
     std::shared_ptr<zepclient::CdxMoroClient> m_client;

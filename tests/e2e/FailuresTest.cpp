@@ -1,4 +1,5 @@
 #include "EndToEnd.h"
+#include "LogLines.h"
 
 #include <stdexcept>
 
@@ -53,14 +54,19 @@ TEST_F(Failures, AThrowingHandlerIsLoggedAndTheNextNotificationIsDelivered) {
     EXPECT_NE(told.find("cdxData"), std::string::npos) << told;
 }
 
-TEST_F(Failures, AnEmptyMessageProcessorHandlerIsLoggedAndTheClientIsKnownFromThen) {
-    m_application.client().setMsgProcessorCallback({});
-    const std::string id = vehicle().announce("navigation")["id"].asString();
+TEST_F(Failures, AnEmptyMessageProcessorHandlerIsLoggedAndTheNextClientStillComes) {
+    m_application.hasMessageProcessor = false;
+    vehicle().announce("navigation");
+    vehicle().announce("charging");
+    LogLines log(5);
     startApplication();
-    // The application's own start registered its handler: take it away again before the first state can come.
-    SUCCEED();
-    told("announced", "navigation");
-    (void)id;
+    log.waitForLine("Creating a new Service with service Name = navigation");
+    log.waitForLine("Creating a new Service with service Name = charging");
+    const std::string lines = chatter();
+    const std::string error = "bad_function_call";
+    const std::size_t first = lines.find(error);
+    ASSERT_NE(first, std::string::npos) << lines;
+    EXPECT_NE(lines.find(error, first + error.size()), std::string::npos) << lines;
 }
 
 TEST_F(Failures, AClientStateWithoutANameIsLoggedAndTheNextOneIsAnnounced) {

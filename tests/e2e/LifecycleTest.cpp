@@ -38,17 +38,12 @@ TEST_F(Lifecycle, AStoppedClientKeepsItsClientsAndStartsAgain) {
 }
 
 TEST_F(Lifecycle, AReleasedClientLeavesRoomForAFreshOneThatKnowsNobody) {
-    {
-        Application first;
-        vehicle().announce("navigation");
-        first.start(m_service.port());
-        first.recorder().waitFor("announced", "navigation");
-        // Two applications of one process share the singleton; this one is the first's, and goes with it.
-    }
+    startWith("navigation");
     m_application.stop();
-    Application second;
-    second.start(m_service.port());
-    second.recorder().waitFor("state", "navigation");
+    m_application.abandon();
+    Application fresh;
+    fresh.start(m_service.port());
+    fresh.recorder().waitFor("announced", "navigation");
 }
 
 TEST_F(Lifecycle, TheWorkerThreadEndsWhenItIsWoken) {
@@ -60,9 +55,14 @@ TEST_F(Lifecycle, TheWorkerThreadEndsWhenItIsWoken) {
     client().exit();
 }
 
-TEST_F(Lifecycle, AStartedClientThatIsOnlyReleasedEndsItsConnection) {
+TEST_F(Lifecycle, AStartedClientThatIsOnlyReleasedIsToldNothingMore) {
     startWith("navigation");
-    SUCCEED();
+    m_application.abandon();
+    vehicle().announce("charging");
+    Application fresh;
+    fresh.start(m_service.port());
+    fresh.recorder().waitFor("announced", "charging");
+    EXPECT_EQ(timesTold("announced", "charging"), 0U);
 }
 
 TEST_F(Lifecycle, StartsAndStopsLeaveNoThreadAndNoDescriptorBehind) {

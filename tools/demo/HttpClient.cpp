@@ -48,7 +48,7 @@ HttpAnswer httpRequest(std::uint16_t port, const std::string& method, const std:
     io.run();
     if (failure)
         throw std::runtime_error(method + " " + target + ": " + failure.message());
-    return {response.result_int(), response.body()};
+    return {static_cast<int>(response.result_int()), response.body()};
 }
 
 } // namespace cdxtools
