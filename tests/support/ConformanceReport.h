@@ -1,0 +1,24 @@
+#pragma once
+
+#include <support/ConformanceCase.h>
+
+#include <fstream>
+#include <string>
+
+namespace cdxtest {
+
+/// Writes what became of each case as rows of a table, where the environment variable CDX_CONFORMANCE_DIR names a
+/// folder for it: docs/conformance.md is put together from these files. Writes nothing where it does not.
+class ConformanceReport {
+public:
+    ConformanceReport(const std::string& side, const std::string& section);
+
+    void add(const ConformanceCase& expected, const std::string& difference);
+    void add(const std::string& number, const std::string& title, const std::string& expectation,
+             const std::string& reason, const std::string& difference);
+
+private:
+    std::ofstream m_rows;
+};
+
+} // namespace cdxtest
