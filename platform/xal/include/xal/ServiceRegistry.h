@@ -68,6 +68,7 @@ public:
         std::string clientName;
     };
 
+    /// Throws std::invalid_argument without a configuration manager or an executor.
     XalServiceRegistry(
         std::shared_ptr<IWebsocketManagerFactory> websockets, std::shared_ptr<IConfigManager> config,
         std::shared_ptr<xalutil::LoggerFactory> loggers, std::shared_ptr<ITransportAccessFactory> transport,
@@ -79,6 +80,8 @@ public:
 
     void close() override;
     void setRequestHeaders(std::shared_ptr<RequestHeaders> headers) override;
+    /// Ends every subscription made through this registry, as its own unsubscribe() would; connections stay.
+    void unsubscribeFromAll();
 
     class Impl;
 

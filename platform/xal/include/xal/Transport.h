@@ -7,6 +7,8 @@
 
 namespace xal {
 
+class WebsocketManagers;
+
 /// Makes and keeps the WebSocket connections, one manager for each service.
 class IWebsocketManagerFactory {
 public:
@@ -17,8 +19,14 @@ class DefaultWebsocketManagerFactory : public IWebsocketManagerFactory {
 public:
     DefaultWebsocketManagerFactory();
     ~DefaultWebsocketManagerFactory() override;
-    /// Ends the service's WebSocket connection, if there is one, and forgets its manager.
+    /// Ends the service's WebSocket connection, if there is one, and forgets its manager. For a registry that is still
+    /// open this is a loss like any other: it connects again, with a new manager.
     void removeManager(const std::string& serviceName);
+
+    const std::shared_ptr<WebsocketManagers>& getManagers() const;
+
+private:
+    std::shared_ptr<WebsocketManagers> m_managers;
 };
 
 /// Makes what requests travel over.
@@ -31,6 +39,8 @@ class HttpAccessFactory : public ITransportAccessFactory {
 public:
     explicit HttpAccessFactory(std::shared_ptr<xalutil::PocoHttpSessionFactory> sessions);
     ~HttpAccessFactory() override;
+
+    const std::shared_ptr<xalutil::PocoHttpSessionFactory>& getSessions() const;
 
 private:
     std::shared_ptr<xalutil::PocoHttpSessionFactory> m_sessions;

@@ -1,0 +1,100 @@
+#include "RequestHeaders.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <strings.h>
+
+namespace xal {
+namespace {
+
+constexpr const char* authorization = "Authorization";
+constexpr const char* userAgent = "User-Agent";
+
+bool sameName(const std::string& one, const char* other) {
+    return ::strcasecmp(one.c_str(), other) == 0;
+}
+
+bool isTokenCharacter(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           (c != '\0' && std::string("!#$%&'*+-.^_`|~").find(c) != std::string::npos);
+}
+
+bool isValueCharacter(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte == '\t' || (byte >= ' ' && byte != 0x7f);
+}
+
+bool isWellFormed(const std::string& name, const std::string& value) {
+    return !name.empty() && std::all_of(name.begin(), name.end(), isTokenCharacter) &&
+           std::all_of(value.begin(), value.end(), isValueCharacter);
+}
+
+bool belongsToFraming(const std::string& name) {
+    static constexpr std::array<const char*, 8> names = {
+        "Host", "Connection", "Content-Length", "Transfer-Encoding", "Upgrade", "Trailer", "TE", "Expect"};
+    return std::any_of(names.begin(), names.end(), [&](const char* own) { return sameName(name, own); }) ||
+           ::strncasecmp(name.c_str(), "Sec-WebSocket-", 14) == 0;
+}
+
+std::string withoutBlanks(const std::string& text) {
+    static constexpr const char* blanks = " \t\r\n\v\f";
+    const auto begin = text.find_first_not_of(blanks);
+    return begin == std::string::npos ? std::string() : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
+}
+
+/// Empty where there is no token.
+std::string readToken(xalutil::ILogger& logger) {
+    const char* const path = std::getenv("XAL_TOKEN_FILE");
+    if (path == nullptr || *path == '\0')
+        return {};
+    std::ifstream file(path, std::ios::binary);
+    const std::string token = withoutBlanks({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+    if (!file.is_open())
+        logger.warning(std::string("no token: cannot read ") + path);
+    return token;
+}
+
+} // namespace
+
+void RequestHeaders::set(std::shared_ptr<const Map> map) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_map.swap(map);
+}
+
+xalutil::HttpHeaders RequestHeaders::collect(xalutil::ILogger& logger) const {
+    std::shared_ptr<const Map> map;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        map = m_map;
+    }
+    xalutil::HttpHeaders headers;
+    bool isAuthorized = false;
+    bool isNamed = m_clientName.empty();
+    const auto add = [&](const std::string& name, const std::string& value) {
+        if (!isWellFormed(name, value) || belongsToFraming(name))
+            logger.warning("request header left out: " + (isWellFormed(name, "") ? name : "its name is malformed"));
+        else
+            headers.emplace_back(name, value);
+    };
+    if (map) {
+        for (const auto& [name, value] : *map) {
+            if (!value)
+                continue;
+            isAuthorized = isAuthorized || sameName(name, authorization);
+            isNamed = isNamed || sameName(name, userAgent);
+            add(name, *value);
+        }
+    }
+    if (!isNamed)
+        add(userAgent, m_clientName);
+    if (!isAuthorized) {
+        if (const std::string token = readToken(logger); !token.empty())
+            add(authorization, "Bearer " + token);
+    }
+    return headers;
+}
+
+} // namespace xal

@@ -1,0 +1,396 @@
+#include "ServiceLink.h"
+
+#include "HttpRequests.h"
+
+#include <xalutil/ProcessEnd.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace xal {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// What a peer gets for its goodbye when this side ends the connection.
+constexpr milliseconds goodbye(250);
+/// A name resolution cannot be broken off: beyond this, closing does not wait for the thread that is caught in one.
+constexpr milliseconds longestClose(2000);
+constexpr milliseconds longestEnd(1000);
+constexpr int normalClosure = 1000;
+
+constexpr int badRequest = 400;
+constexpr int unprocessable = 422;
+
+std::string took(std::chrono::steady_clock::time_point since) {
+    const auto time = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - since);
+    return std::to_string(time.count()) + " ms";
+}
+
+/// A request's turn on the HTTP executor. If the turn never comes the request has failed.
+class Turn {
+public:
+    Turn(std::shared_ptr<PendingRequests> pending, PendingRequests::Ticket ticket)
+        : m_pending(std::move(pending)), m_ticket(std::move(ticket)) {}
+    ~Turn() { answer(std::make_shared<const XalResponse>(0), nullptr); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    void answer(std::shared_ptr<const XalResponse> response, std::shared_ptr<xalutil::JsonValue> value) {
+        m_pending->answer(m_ticket, std::move(response), std::move(value));
+    }
+
+private:
+    std::shared_ptr<PendingRequests> m_pending;
+    PendingRequests::Ticket m_ticket;
+};
+
+} // namespace
+
+/// What a program holds. The link keeps the subscription going only as long as this is there.
+class ServiceLink::Handle : public Subscription {
+public:
+    Handle(std::shared_ptr<ServiceLink> link, std::shared_ptr<ActiveSubscription> subscription)
+        : m_link(std::move(link)), m_subscription(std::move(subscription)) {}
+    ~Handle() override { m_link->release(m_subscription); }
+    void unsubscribe() override {
+        m_link->release(m_subscription);
+        m_subscription->awaitReturn();
+    }
+
+private:
+    const std::shared_ptr<ServiceLink> m_link;
+    const std::shared_ptr<ActiveSubscription> m_subscription;
+};
+
+ServiceLink::ServiceLink(std::shared_ptr<const RegistryContext> context, LinkSettings settings,
+                         std::shared_ptr<xalutil::ILogger> logger)
+    : m_context(std::move(context)), m_settings(std::move(settings)), m_logger(std::move(logger)),
+      m_parser(xalutil::JsonFactory::createJsonParser()), m_baseUri(m_settings.address.baseUri),
+      m_table({[this](std::string text) { m_channel->send(std::move(text)); },
+               [this](const SubscriptionTable::Subscription& subscription, Event event, std::size_t bytes) {
+                   return m_inbox->push(subscription, std::move(event), bytes);
+               },
+               [this] { return m_channel->readingTime(); }},
+              *m_logger, m_settings.subscribeTimeout) {}
+
+template <class Function>
+void ServiceLink::onLoop(Function function) {
+    m_loop->post([weak = weak_from_this(), function = std::move(function)] {
+        if (const auto self = weak.lock(); self && !self->m_isShutDown)
+            function(*self);
+    });
+}
+
+std::shared_ptr<ServiceLink> ServiceLink::make(std::shared_ptr<const RegistryContext> context, LinkSettings settings,
+                                               std::shared_ptr<xalutil::ILogger> logger) {
+    std::shared_ptr<ServiceLink> link(new ServiceLink(std::move(context), std::move(settings), std::move(logger)));
+    link->prepare();
+    return link;
+}
+
+void ServiceLink::prepare() {
+    const std::weak_ptr<ServiceLink> weak = weak_from_this();
+    m_inbox = std::make_shared<Inbox>(m_context->tasks, m_settings.address.service, [weak] {
+        if (const auto self = weak.lock())
+            self->onLoop([](ServiceLink& link) {
+                if (link.m_channel)
+                    link.m_channel->resume();
+            });
+    });
+    m_manager = std::make_shared<WebsocketManagers::Manager>([weak] {
+        if (const auto self = weak.lock())
+            self->onLoop([](ServiceLink& link) {
+                if (link.m_channel)
+                    link.m_channel->close(normalClosure, "manager removed", goodbye);
+            });
+    });
+    m_loop = EventLoop::start("xal:" + m_settings.address.service, [weak](const std::string& what) {
+        if (const auto self = weak.lock())
+            self->loopFailed(what);
+    });
+    m_retry.emplace(*m_loop);
+}
+
+void ServiceLink::addListener(Listener listener) {
+    onLoop([listener = std::make_shared<Listener>(std::move(listener))](ServiceLink& link) {
+        link.m_listeners.push_back(listener);
+        if (link.m_isConnected) {
+            link.tellConnected(listener);
+        } else if (!link.m_channel) {
+            link.m_retry->cancel();
+            link.attempt();
+        }
+    });
+}
+
+xalutil::ILogger& ServiceLink::getLogger() {
+    return *m_logger;
+}
+
+ServiceAddress ServiceLink::address() const {
+    ServiceAddress address = m_settings.address;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    address.baseUri = m_baseUri;
+    return address;
+}
+
+std::string ServiceLink::place() const {
+    const ServiceAddress known = address();
+    return joinPath(joinPath(known.baseUri, known.basePath), known.service);
+}
+
+void ServiceLink::send(Request request, Answer answer) {
+    const auto ticket = m_context->pending->add(request.serviceName + "/" + request.resourceName, std::move(answer));
+    const Request::Kind kind = request.kind;
+    try {
+        sendOrThrow(std::move(request), ticket);
+    } catch (...) {
+        m_context->pending->answer(ticket, failedSending(kind, 0));
+    }
+}
+
+void ServiceLink::sendOrThrow(Request&& request, const PendingRequests::Ticket& ticket) {
+    if (request.failure)
+        std::rethrow_exception(request.failure);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_isClosed)
+            return m_context->pending->answer(ticket, std::make_shared<const XalResponse>(0));
+    }
+    const bool needsId = request.kind == Request::UPDATE || request.kind == Request::REMOVE;
+    if (needsId && !isElementId(request.id)) {
+        m_logger->warning(request.resourceName + ": nothing sent: \"" + request.id + "\" is no element's id");
+        return m_context->pending->answer(ticket, std::make_shared<const XalResponse>(0));
+    }
+    const auto turn = std::make_shared<Turn>(m_context->pending, ticket);
+    m_context->http->execute([turn, self = shared_from_this(), request = std::move(request)] {
+        const auto result = self->m_context->access->perform(self->address(), request, self->m_settings.requestTimeout,
+                                                             *self->m_logger);
+        turn->answer(result.response, result.value);
+    });
+}
+
+std::shared_ptr<Subscription> ServiceLink::subscribe(SubscribeRequest request, std::function<void(Event)> callback) {
+    const auto subscription = std::make_shared<ActiveSubscription>(std::move(request), std::move(callback));
+    const auto handle = std::make_shared<Handle>(shared_from_this(), subscription);
+    Event refusal;
+    refusal.kind = Event::REFUSED;
+    if (subscription->request().kind == SubscribeRequest::RESOURCE && subscription->request().narrowed)
+        refusal.status = badRequest;
+    else if (subscription->request().kind == SubscribeRequest::ELEMENT && !isElementId(subscription->request().id))
+        refusal.status = unprocessable;
+    if (refusal.status != 0) {
+        m_inbox->push(subscription, refusal, 0);
+        return handle;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_isClosed)
+            return handle;
+        const auto gone = [](const auto& known) { return known.expired(); };
+        if (m_subscriptions.size() == m_subscriptions.capacity())
+            m_subscriptions.erase(std::remove_if(m_subscriptions.begin(), m_subscriptions.end(), gone),
+                                  m_subscriptions.end());
+        m_subscriptions.push_back(subscription);
+    }
+    onLoop([subscription](ServiceLink& link) {
+        link.m_table.add(subscription);
+        link.watchSubscriptions();
+    });
+    return handle;
+}
+
+void ServiceLink::release(const std::shared_ptr<ActiveSubscription>& subscription) {
+    if (!subscription->release())
+        return;
+    onLoop([subscription](ServiceLink& link) {
+        link.m_table.remove(subscription);
+        link.watchSubscriptions();
+    });
+}
+
+void ServiceLink::unsubscribeFromAll() {
+    std::vector<std::weak_ptr<ActiveSubscription>> subscriptions;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        subscriptions.swap(m_subscriptions);
+    }
+    for (const auto& weak : subscriptions) {
+        const auto subscription = weak.lock();
+        if (!subscription)
+            continue;
+        release(subscription);
+        subscription->awaitReturn();
+    }
+}
+
+std::string ServiceLink::findBaseUri(Clock::time_point deadline) {
+    if (m_context->registryUri.empty())
+        return m_settings.address.baseUri;
+    const auto found = m_context->access->askRegistry(m_context->registryUri, m_settings.address.service, deadline,
+                                                      *m_logger, [this](std::shared_ptr<xalutil::HttpSession> session) {
+                                                          const std::lock_guard<std::mutex> lock(m_mutex);
+                                                          if (m_isClosed)
+                                                              throw std::runtime_error("closed");
+                                                          m_question = std::move(session);
+                                                      });
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_baseUri = found;
+    return found;
+}
+
+void ServiceLink::attempt() {
+    m_since = Clock::now();
+    try {
+        Channel::Options options;
+        options.deadline = m_since + m_settings.requestTimeout;
+        options.uri = Uri::parse(findBaseUri(options.deadline));
+        options.target = servicePath(options.uri, m_settings.address);
+        options.headers = m_context->headers->collect(*m_logger);
+        options.pingInterval = m_settings.pingInterval;
+        options.pongTimeout = m_settings.pongTimeout;
+        m_context->managers->add(m_settings.address.service, m_manager);
+        m_channel = Channel::open(m_loop, options, weak_from_this());
+    } catch (const std::exception& e) {
+        m_channel = nullptr;
+        retryLater(e.what());
+    }
+}
+
+void ServiceLink::retryLater(const std::string& reason) {
+    const auto delay = m_backoff.next();
+    if (m_logger->isDebug())
+        m_logger->debug("no connection to " + place() + " after " + took(m_since) + ": " + reason +
+                        "; next attempt in " + std::to_string(std::chrono::duration_cast<milliseconds>(delay).count()) +
+                        " ms");
+    m_retry->start(delay, [this] { attempt(); });
+}
+
+void ServiceLink::channelOpen() {
+    if (m_logger->isDebug())
+        m_logger->debug("connected to " + place() + " in " + took(m_since));
+    m_since = Clock::now();
+    m_isConnected = true;
+    ++m_connections;
+    m_table.connected();
+    for (const auto& listener : m_listeners)
+        tellConnected(listener);
+    afterConnected();
+}
+
+void ServiceLink::tellConnected(const std::shared_ptr<Listener>& listener) {
+    m_inbox->push("connected", [listener, self = shared_from_this()] {
+        if (listener->connected)
+            listener->connected(self);
+    });
+}
+
+void ServiceLink::afterConnected() {
+    m_inbox->push("connected", [weak = weak_from_this(), connection = m_connections] {
+        if (const auto self = weak.lock())
+            self->onLoop([connection](ServiceLink& link) {
+                if (connection != link.m_connections || !link.m_isConnected)
+                    return;
+                link.m_table.subscribeAll();
+                link.watchSubscriptions();
+            });
+    });
+}
+
+void ServiceLink::watchSubscriptions() {
+    if (m_isConnected)
+        m_channel->setDeadline(m_table.deadline());
+}
+
+bool ServiceLink::channelMessage(const std::string& text) {
+    SubscriptionTable::Outcome outcome = SubscriptionTable::TAKEN;
+    try {
+        outcome = m_table.take(decodeMessage(*m_parser, text), text.size());
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& e) {
+        m_logger->warning(std::string("message dropped: ") + e.what());
+        return true;
+    }
+    if (outcome == SubscriptionTable::BROKEN) {
+        m_channel->close(Channel::outOfOrder, "the order of the messages is broken", goodbye);
+        return false;
+    }
+    watchSubscriptions();
+    return outcome == SubscriptionTable::TAKEN;
+}
+
+void ServiceLink::channelDeadline() {
+    m_channel->close(normalClosure, "a subscription was not answered", goodbye);
+}
+
+void ServiceLink::channelClosed(const std::string& reason) {
+    m_channel = nullptr;
+    if (!m_isConnected) {
+        if (!m_isShutDown)
+            retryLater(reason);
+        return;
+    }
+    m_isConnected = false;
+    m_backoff.noteConnection(Clock::now() - m_since);
+    m_table.disconnected();
+    if (m_logger->isDebug())
+        m_logger->debug("lost " + place() + " after " + took(m_since) + ": " + reason);
+    if (m_isShutDown)
+        return;
+    for (const auto& listener : m_listeners) {
+        m_inbox->push("disconnected", [listener] {
+            if (listener->disconnected)
+                listener->disconnected();
+        });
+    }
+    m_since = Clock::now();
+    retryLater(reason);
+}
+
+void ServiceLink::loopFailed(const std::string& what) {
+    m_logger->error("connection to " + place() + " given up: " + what);
+    if (m_channel)
+        m_channel->abort(what);
+    else if (!m_isShutDown)
+        retryLater(what);
+}
+
+void ServiceLink::beginClose() {
+    std::shared_ptr<xalutil::HttpSession> question;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_isClosed)
+            return;
+        m_isClosed = true;
+        question = m_question;
+    }
+    m_inbox->shut();
+    if (question)
+        question->cancel();
+    onLoop([](ServiceLink& link) { link.shutDown(); });
+    m_loop->finish();
+}
+
+void ServiceLink::shutDown() {
+    m_isShutDown = true;
+    m_retry->cancel();
+    m_listeners.clear();
+    if (m_channel)
+        m_channel->close(normalClosure, "closed", goodbye);
+}
+
+void ServiceLink::awaitClose() {
+    m_inbox->close();
+    if (!xalutil::isProcessEnding())
+        m_loop->awaitEnd(longestClose);
+}
+
+void ServiceLink::end() {
+    beginClose();
+    m_loop->stop();
+    m_loop->awaitEnd(longestEnd);
+}
+
+} // namespace xal
