@@ -9,6 +9,7 @@
 #include <xalutil/Optional.h>
 
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
@@ -113,37 +114,40 @@ namespace xalobjects_GX2 {
 
 // What the rows turn into in the classes below.
 
-#define CDX_LITERAL_ENUMERATOR(Enum, literal) Enum##_##literal, /**< "literal" */
+#define CDX_LITERAL_ENUMERATOR(Enum, literal) Enum##_##literal, /**< The literal of that name. */
 #define CDX_FIELD_ENUMERATOR(Enum, Type, key, Name) CDX_LITERAL_ENUMERATOR(Enum, key)
 
-#define CDX_GETTER(Element, Type, key, Name)                  \
-    /** The field "key"; absent until it is set or filled. */ \
+#define CDX_GETTER(Element, Type, key, Name)                        \
+    /** The field of that key; absent until it is set or filled. */ \
     const xalutil::Optional<Type>& get##Name() const;
-#define CDX_GETTER_AND_RAW_TEXT(Element, Type, key, Name)                                                            \
-    CDX_GETTER(Element, Type, key, Name)                                                                             \
-    /** The string "key" of the JSON object that the element was last filled from; absent where there is no such key \
-     * or object. Throws a std::exception when it is no string. */                                                   \
+#define CDX_GETTER_AND_RAW_TEXT(Element, Type, key, Name)                                                             \
+    CDX_GETTER(Element, Type, key, Name)                                                                              \
+    /** That key's string in the JSON object that the element was last filled from; absent where there is no such key \
+     * or object. Throws a std::exception when it is no string. */                                                    \
     xalutil::Optional<std::string> get##Name##AsString() const;
 
-#define CDX_SCALAR_ACCESSORS(Element, Type, key, Name)      \
-    CDX_GETTER(Element, Type, key, Name)                    \
-    /** Sets the field "key", and adds it to the filter. */ \
+#define CDX_SCALAR_ACCESSORS(Element, Type, key, Name) \
+    CDX_GETTER(Element, Type, key, Name)               \
+    /** Sets the field, and adds it to the filter. */  \
     void set##Name(const Type& value);
-#define CDX_OTHER_ACCESSORS(Element, Type, key, Name)                                                                 \
-    CDX_GETTER(Element, Type, key, Name)                                                                              \
-    /** Sets the field "key", and adds it to the filter: of an array its first string, if there is one. An enum value \
-     * without a literal is set, but throws std::out_of_range. */                                                     \
+#define CDX_OTHER_ACCESSORS(Element, Type, key, Name)                                                           \
+    CDX_GETTER(Element, Type, key, Name)                                                                        \
+    /** Sets the field, and adds it to the filter: of an array its first string, if there is one. An enum value \
+     * without a literal is set, but throws std::out_of_range. */                                               \
     void set##Name(Type value);
 
 #define CDX_MEMBER(Element, Type, key, Name) xalutil::Optional<Type> m_##key;
 
+// The fields that every element has, with its own before them in its field enum.
+#define CDX_IDENTITY_LIST(LITERAL, E) \
+    LITERAL(E, id)                    \
+    LITERAL(E, name)                  \
+    LITERAL(E, uri)
+
 #define CDX_FIELD_ENUM(Enum, Name)                                                                                     \
     /** The fields of an element: its own in ascending byte order of their keys, then those that all elements have. */ \
     enum Enum : std::int32_t {                                                                                         \
-        Enum##_LIST(CDX_FIELD_ENUMERATOR, CDX_FIELD_ENUMERATOR, Enum) /**/                                             \
-        Enum##_id,                                                    /**< "id" */                                     \
-        Enum##_name,                                                  /**< "name" */                                   \
-        Enum##_uri                                                    /**< "uri" */                                    \
+        Enum##_LIST(CDX_FIELD_ENUMERATOR, CDX_FIELD_ENUMERATOR, Enum) CDX_IDENTITY_LIST(CDX_LITERAL_ENUMERATOR, Enum)  \
     };                                                                                                                 \
     CDX_NAME_TABLES(Enum, Name)
 
@@ -163,71 +167,64 @@ namespace xalobjects_GX2 {
     /** Each literal's value. Made at load, never changed. */    \
     static const std::map<const char*, Enum, cmp_str> mapString2##Name;
 
-#define CDX_DESCRIPTOR(Element, FieldEnum)                                                                           \
-public:                                                                                                              \
-    /** An empty one, for the service's resource. */                                                                 \
-    Element##Descriptor();                                                                                           \
-    Element##Descriptor(const Element##Descriptor&);                                                                 \
-    Element##Descriptor(Element##Descriptor&&) noexcept;                                                             \
-    Element##Descriptor& operator=(const Element##Descriptor&);                                                      \
-    Element##Descriptor& operator=(Element##Descriptor&&) noexcept;                                                  \
-    ~Element##Descriptor() override;                                                                                 \
-                                                                                                                     \
-    FieldEnum##_LIST(CDX_SCALAR_ACCESSORS, CDX_OTHER_ACCESSORS, Element) /**/                                        \
-                                                                                                                     \
-        /** Which fields to read. This and its overloads replace the options that they name and leave the others. */ \
-        void                                                                                                         \
-        setQueryOptions(const std::vector<FieldEnum>& fields, xal::QueryOptions::EXPAND_LEVEL level);                \
-    /** Also in which order. */                                                                                      \
-    void setQueryOptions(const std::vector<FieldEnum>& fields, xal::QueryOptions::EXPAND_LEVEL level,                \
-                         const std::vector<FieldEnum>& expandFields,                                                 \
-                         const std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, FieldEnum>>& sortBy);       \
-    /** Also how many, after passing over the first `offset`. */                                                     \
-    void setQueryOptions(const std::vector<FieldEnum>& fields, xal::QueryOptions::EXPAND_LEVEL level,                \
-                         const std::vector<FieldEnum>& expandFields,                                                 \
-                         const std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, FieldEnum>>& sortBy,        \
-                         long limit, long offset);                                                                   \
-    /** The same, with the offset as a text that is passed on as it is. */                                           \
-    void setQueryOptions(const std::vector<FieldEnum>& fields, xal::QueryOptions::EXPAND_LEVEL level,                \
-                         const std::vector<FieldEnum>& expandFields,                                                 \
-                         const std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, FieldEnum>>& sortBy,        \
-                         long limit, std::string& offset);                                                           \
-    /** All but the offset. */                                                                                       \
-    void setQueryOptionsLimit(const std::vector<FieldEnum>& fields, xal::QueryOptions::EXPAND_LEVEL level,           \
-                              const std::vector<FieldEnum>& expandFields,                                            \
-                              const std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, FieldEnum>>& sortBy,   \
-                              long limit);                                                                           \
-    /** All but the limit. */                                                                                        \
-    void setQueryOptionsOffset(const std::vector<FieldEnum>& fields, xal::QueryOptions::EXPAND_LEVEL level,          \
-                               const std::vector<FieldEnum>& expandFields,                                           \
-                               const std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, FieldEnum>>& sortBy,  \
-                               long offset);                                                                         \
-    /** The same, with the offset as a text that is passed on as it is. */                                           \
-    void setQueryOptionsOffset(const std::vector<FieldEnum>& fields, xal::QueryOptions::EXPAND_LEVEL level,          \
-                               const std::vector<FieldEnum>& expandFields,                                           \
-                               const std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, FieldEnum>>& sortBy,  \
-                               std::string& offset);                                                                 \
-                                                                                                                     \
-    /** The fields' keys, in the given order. */                                                                     \
-    static std::vector<std::string> get##Element##VectorAsStringVector(std::vector<FieldEnum> fields);               \
-    /** The fields' keys with their operators, in the given order. */                                                \
-    static std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, std::string>> getSortByFieldsAsStringVector(    \
-        std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, FieldEnum>> sortBy);                               \
-                                                                                                                     \
-    /** The base's content and the fields that are set, in the field enum's order. Throws std::out_of_range for an   \
-     * enum value without a literal. */                                                                              \
-    std::shared_ptr<xalutil::JsonObject> getAsJson() const override;                                                 \
-    /** The same with the base's content of a request's body. */                                                     \
-    std::shared_ptr<xalutil::JsonObject> getAsXALBody() const override;                                              \
-                                                                                                                     \
-    /** The fields set so far as text, in the order in which they were first set. */                                 \
-    const xal::XalFilter& getFilter() const;                                                                         \
-                                                                                                                     \
-private:                                                                                                             \
-    friend Frame;                                                                                                    \
-    struct Fields;                                                                                                   \
-    FieldEnum##_LIST(CDX_MEMBER, CDX_MEMBER, Element) /**/                                                           \
-        std::uint32_t m_pendingInFilter = 0;
+#define CDX_DESCRIPTOR(Element, FieldEnum)                                                                         \
+public:                                                                                                            \
+    /** Fields of the resource's elements. */                                                                      \
+    using FieldVector = std::vector<FieldEnum>;                                                                    \
+    /** Fields to sort by, the most important first. */                                                            \
+    using SortByVector = std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, FieldEnum>>;                    \
+    /** What is done with the elements that fields point to. */                                                    \
+    using ExpandLevel = xal::QueryOptions::EXPAND_LEVEL;                                                           \
+                                                                                                                   \
+    /** An empty one, for the service's resource. */                                                               \
+    Element##Descriptor();                                                                                         \
+    Element##Descriptor(const Element##Descriptor&);                                                               \
+    Element##Descriptor(Element##Descriptor&&) noexcept;                                                           \
+    Element##Descriptor& operator=(const Element##Descriptor&);                                                    \
+    Element##Descriptor& operator=(Element##Descriptor&&) noexcept;                                                \
+    ~Element##Descriptor() override;                                                                               \
+                                                                                                                   \
+    /** The base's content and the fields that are set, in the field enum's order. Throws std::out_of_range for an \
+     * enum value without a literal. */                                                                            \
+    std::shared_ptr<xalutil::JsonObject> getAsJson() const override;                                               \
+    /** The same with the base's content of a request's body. */                                                   \
+    std::shared_ptr<xalutil::JsonObject> getAsXALBody() const override;                                            \
+                                                                                                                   \
+    /** The fields set so far as text, in the order in which they were first set. */                               \
+    const xal::XalFilter& getFilter() const;                                                                       \
+                                                                                                                   \
+    /** Which fields to read. This and its overloads replace the options that they name and leave the others. */   \
+    void setQueryOptions(const FieldVector& fields, ExpandLevel level);                                            \
+    /** Also in which order. */                                                                                    \
+    void setQueryOptions(const FieldVector& fields, ExpandLevel level, const FieldVector& expandFields,            \
+                         const SortByVector& sortBy);                                                              \
+    /** Also how many, after passing over the first `offset`. */                                                   \
+    void setQueryOptions(const FieldVector& fields, ExpandLevel level, const FieldVector& expandFields,            \
+                         const SortByVector& sortBy, long limit, long offset);                                     \
+    /** The same, with the offset as a text that is passed on as it is. */                                         \
+    void setQueryOptions(const FieldVector& fields, ExpandLevel level, const FieldVector& expandFields,            \
+                         const SortByVector& sortBy, long limit, std::string& offset);                             \
+    /** All but the offset. */                                                                                     \
+    void setQueryOptionsLimit(const FieldVector& fields, ExpandLevel level, const FieldVector& expandFields,       \
+                              const SortByVector& sortBy, long limit);                                             \
+    /** All but the limit. */                                                                                      \
+    void setQueryOptionsOffset(const FieldVector& fields, ExpandLevel level, const FieldVector& expandFields,      \
+                               const SortByVector& sortBy, long offset);                                           \
+    /** The same, with the offset as a text that is passed on as it is. */                                         \
+    void setQueryOptionsOffset(const FieldVector& fields, ExpandLevel level, const FieldVector& expandFields,      \
+                               const SortByVector& sortBy, std::string& offset);                                   \
+    /** The fields' keys, in the given order. */                                                                   \
+    static std::vector<std::string> get##Element##VectorAsStringVector(FieldVector fields);                        \
+    /** The fields' keys with their operators, in the given order. */                                              \
+    static std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, std::string>> getSortByFieldsAsStringVector(  \
+        SortByVector sortBy);                                                                                      \
+                                                                                                                   \
+    FieldEnum##_LIST(CDX_SCALAR_ACCESSORS, CDX_OTHER_ACCESSORS, Element)                                           \
+                                                                                                                   \
+        private : friend Frame;                                                                                    \
+    struct Rows;                                                                                                   \
+    std::uint32_t m_pendingInFilter = 0;                                                                           \
+    FieldEnum##_LIST(CDX_MEMBER, CDX_MEMBER, Element)
 
 #define CDX_ELEMENT(Element, FieldEnum)                                                                                \
 public:                                                                                                                \
@@ -248,17 +245,16 @@ public:                                                                         
     /** The name of the resource that holds these elements. */                                                         \
     static const std::string& getResourceName();                                                                       \
                                                                                                                        \
-    FieldEnum##_LIST(CDX_GETTER_AND_RAW_TEXT, CDX_GETTER, Element) /**/                                                \
+    /** Keeps `json` and takes over the fields that it has; the others stay. What cannot be read is left out with a    \
+     * warning, and nothing is thrown. */                                                                              \
+    void fillFromJson(std::shared_ptr<xalutil::JsonObject> json) override;                                             \
                                                                                                                        \
-        /** Keeps `json` and takes over the fields that it has; the others stay. What cannot be read is left out with  \
-         * a warning, and nothing is thrown. */                                                                                    \
-        void                                                                                                           \
-        fillFromJson(std::shared_ptr<xalutil::JsonObject> json) override;
+    FieldEnum##_LIST(CDX_GETTER_AND_RAW_TEXT, CDX_GETTER, Element)
 
 /// Orders C strings by their characters.
 struct cmp_str {
     /// Whether `left` comes before `right` in byte order.
-    bool operator()(const char* left, const char* right) const;
+    bool operator()(const char* left, const char* right) const { return std::strcmp(left, right) < 0; }
 };
 
 /// The car data exchange service as the library's requests and subscriptions see it, with its element types.
@@ -340,6 +336,7 @@ private:
 #undef CDXDATA_DELIVERYMODE_LIST
 #undef CDXMASTERCONTROL_BACKENDCHANNELCONTROL_LIST
 #undef CDXMASTERCONTROL_DATADELIVERYRESULT_LIST
+#undef CDX_IDENTITY_LIST
 #endif
 #undef CDX_LITERAL_ENUMERATOR
 #undef CDX_FIELD_ENUMERATOR

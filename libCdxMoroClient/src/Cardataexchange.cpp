@@ -38,7 +38,7 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
                 std::uint32_t bit = 1;
                 ((visit(field, bit), bit <<= 1), ...);
             },
-            Descriptor::Fields::all());
+            Descriptor::Rows::all());
     }
 
     /// The service's and the resource's names are the same in all descriptors of a class: each starts as a copy of one,
@@ -262,12 +262,12 @@ void CardataexchangeService::createLoggerIfNeeded() {
         return Frame::rawText(json(), #key);                                                      \
     }                                                                                             \
     void CardataexchangeService::Element##Descriptor::set##Name(const Type& value) {              \
-        Frame::set(*this, std::get<Fields::key>(Fields::all()), value);                           \
+        Frame::set(*this, std::get<Rows::key>(Rows::all()), value);                               \
     }
-#define CDX_DEFINE_OTHER(Element, Type, key, Name)                                 \
-    CDX_DEFINE_GETTERS(Element, Type, key, Name)                                   \
-    void CardataexchangeService::Element##Descriptor::set##Name(Type value) {      \
-        Frame::set(*this, std::get<Fields::key>(Fields::all()), std::move(value)); \
+#define CDX_DEFINE_OTHER(Element, Type, key, Name)                             \
+    CDX_DEFINE_GETTERS(Element, Type, key, Name)                               \
+    void CardataexchangeService::Element##Descriptor::set##Name(Type value) {  \
+        Frame::set(*this, std::get<Rows::key>(Rows::all()), std::move(value)); \
     }
 
 #define CDX_DEFINE_VALUE_CLASS(Class)                                                  \
@@ -278,7 +278,7 @@ void CardataexchangeService::createLoggerIfNeeded() {
     CardataexchangeService::Class::~Class() = default;
 
 #define CDX_DEFINE_ELEMENT(Element, FieldEnum, resource)                                                     \
-    struct [[gnu::visibility("hidden")]] CardataexchangeService::Element##Descriptor::Fields {               \
+    struct [[gnu::visibility("hidden")]] CardataexchangeService::Element##Descriptor::Rows {                 \
         enum Place { FieldEnum##_LIST(CDX_PLACE, CDX_PLACE, Element) };                                      \
         static const auto& all() {                                                                           \
             static const auto& fields =                                                                      \

@@ -1,13 +1,7 @@
 // The object model's names: the tables of its enums, their texts, and the query options, which turn fields into keys.
 #include "CardataexchangeNames.h"
 
-#include <cstring>
-
 namespace xalobjects_GX2 {
-
-bool cmp_str::operator()(const char* left, const char* right) const {
-    return std::strcmp(left, right) < 0;
-}
 
 namespace {
 
@@ -37,9 +31,11 @@ std::vector<std::string> keysOf(const std::vector<Enum>& fields) {
     return keys;
 }
 
+using SortByKeys = std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, std::string>>;
+
 template <class Enum>
-xal::QueryOptions::SortBy keysOf(const std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, Enum>>& sortBy) {
-    xal::QueryOptions::SortBy keys;
+SortByKeys keysOf(const std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, Enum>>& sortBy) {
+    SortByKeys keys;
     keys.reserve(sortBy.size());
     for (const auto& [direction, field] : sortBy)
         keys.emplace_back(direction, detail::literalsOf(field).at(field));
@@ -66,64 +62,60 @@ xal::QueryOptions::SortBy keysOf(const std::vector<std::pair<xal::QueryOptions::
         return value.isValid() ? to_string(value.getValue()) : "optional invalid";        \
     }
 
-#define CDX_DEFINE_FIELDS(Enum, Name)                                        \
-    CDX_DEFINE_TABLES(Enum, Name,                                            \
-                      Enum##_LIST(CDX_FIELD_PAIR, CDX_FIELD_PAIR, Enum) /**/ \
-                      {Enum##_id, "id"},                                     \
-                      {Enum##_name, "name"}, {Enum##_uri, "uri"})
+#define CDX_DEFINE_FIELDS(Enum, Name) \
+    CDX_DEFINE_TABLES(Enum, Name,     \
+                      Enum##_LIST(CDX_FIELD_PAIR, CDX_FIELD_PAIR, Enum) CDX_IDENTITY_LIST(CDX_LITERAL_PAIR, Enum))
 
 CDX_ENUMS(CDX_DEFINE_VALUES, CDX_DEFINE_FIELDS)
 
-#define CDX_DEFINE_QUERY_OPTIONS(Element, FieldEnum)                                                                   \
+#define CDX_DEFINE_QUERY_OPTIONS(Element)                                                                              \
     using Element##Descriptor = CardataexchangeService::Element##Descriptor;                                           \
                                                                                                                        \
-    void Element##Descriptor::setQueryOptions(const std::vector<FieldEnum>& fields, Options::EXPAND_LEVEL level) {     \
+    void Element##Descriptor::setQueryOptions(const FieldVector& fields, ExpandLevel level) {                          \
         XObjectDescriptor::setQueryOptions(keysOf(fields), level);                                                     \
     }                                                                                                                  \
-    void Element##Descriptor::setQueryOptions(const std::vector<FieldEnum>& fields, Options::EXPAND_LEVEL level,       \
-                                              const std::vector<FieldEnum>& expandFields,                              \
-                                              const std::vector<std::pair<Options::SORTBY_OPERATOR, FieldEnum>>& by) { \
-        XObjectDescriptor::setQueryOptions(keysOf(fields), level, keysOf(expandFields), keysOf(by));                   \
+    void Element##Descriptor::setQueryOptions(const FieldVector& fields, ExpandLevel level,                            \
+                                              const FieldVector& expandFields, const SortByVector& sortBy) {           \
+        XObjectDescriptor::setQueryOptions(keysOf(fields), level, keysOf(expandFields), keysOf(sortBy));               \
     }                                                                                                                  \
-    void Element##Descriptor::setQueryOptions(                                                                         \
-        const std::vector<FieldEnum>& fields, Options::EXPAND_LEVEL level, const std::vector<FieldEnum>& expandFields, \
-        const std::vector<std::pair<Options::SORTBY_OPERATOR, FieldEnum>>& by, long limit, long offset) {              \
-        XObjectDescriptor::setQueryOptions(keysOf(fields), level, keysOf(expandFields), keysOf(by), limit, offset);    \
+    void Element##Descriptor::setQueryOptions(const FieldVector& fields, ExpandLevel level,                            \
+                                              const FieldVector& expandFields, const SortByVector& sortBy, long limit, \
+                                              long offset) {                                                           \
+        XObjectDescriptor::setQueryOptions(keysOf(fields), level, keysOf(expandFields), keysOf(sortBy), limit,         \
+                                           offset);                                                                    \
     }                                                                                                                  \
-    void Element##Descriptor::setQueryOptions(                                                                         \
-        const std::vector<FieldEnum>& fields, Options::EXPAND_LEVEL level, const std::vector<FieldEnum>& expandFields, \
-        const std::vector<std::pair<Options::SORTBY_OPERATOR, FieldEnum>>& by, long limit, std::string& offset) {      \
-        XObjectDescriptor::setQueryOptions(keysOf(fields), level, keysOf(expandFields), keysOf(by), limit, offset);    \
+    void Element##Descriptor::setQueryOptions(const FieldVector& fields, ExpandLevel level,                            \
+                                              const FieldVector& expandFields, const SortByVector& sortBy, long limit, \
+                                              std::string& offset) {                                                   \
+        XObjectDescriptor::setQueryOptions(keysOf(fields), level, keysOf(expandFields), keysOf(sortBy), limit,         \
+                                           offset);                                                                    \
     }                                                                                                                  \
-    void Element##Descriptor::setQueryOptionsLimit(                                                                    \
-        const std::vector<FieldEnum>& fields, Options::EXPAND_LEVEL level, const std::vector<FieldEnum>& expandFields, \
-        const std::vector<std::pair<Options::SORTBY_OPERATOR, FieldEnum>>& by, long limit) {                           \
-        XObjectDescriptor::setQueryOptionsLimit(keysOf(fields), level, keysOf(expandFields), keysOf(by), limit);       \
+    void Element##Descriptor::setQueryOptionsLimit(const FieldVector& fields, ExpandLevel level,                       \
+                                                   const FieldVector& expandFields, const SortByVector& sortBy,        \
+                                                   long limit) {                                                       \
+        XObjectDescriptor::setQueryOptionsLimit(keysOf(fields), level, keysOf(expandFields), keysOf(sortBy), limit);   \
     }                                                                                                                  \
-    void Element##Descriptor::setQueryOptionsOffset(                                                                   \
-        const std::vector<FieldEnum>& fields, Options::EXPAND_LEVEL level, const std::vector<FieldEnum>& expandFields, \
-        const std::vector<std::pair<Options::SORTBY_OPERATOR, FieldEnum>>& by, long offset) {                          \
-        XObjectDescriptor::setQueryOptionsOffset(keysOf(fields), level, keysOf(expandFields), keysOf(by), offset);     \
+    void Element##Descriptor::setQueryOptionsOffset(const FieldVector& fields, ExpandLevel level,                      \
+                                                    const FieldVector& expandFields, const SortByVector& sortBy,       \
+                                                    long offset) {                                                     \
+        XObjectDescriptor::setQueryOptionsOffset(keysOf(fields), level, keysOf(expandFields), keysOf(sortBy), offset); \
     }                                                                                                                  \
-    void Element##Descriptor::setQueryOptionsOffset(                                                                   \
-        const std::vector<FieldEnum>& fields, Options::EXPAND_LEVEL level, const std::vector<FieldEnum>& expandFields, \
-        const std::vector<std::pair<Options::SORTBY_OPERATOR, FieldEnum>>& by, std::string& offset) {                  \
-        XObjectDescriptor::setQueryOptionsOffset(keysOf(fields), level, keysOf(expandFields), keysOf(by), offset);     \
+    void Element##Descriptor::setQueryOptionsOffset(const FieldVector& fields, ExpandLevel level,                      \
+                                                    const FieldVector& expandFields, const SortByVector& sortBy,       \
+                                                    std::string& offset) {                                             \
+        XObjectDescriptor::setQueryOptionsOffset(keysOf(fields), level, keysOf(expandFields), keysOf(sortBy), offset); \
     }                                                                                                                  \
-    std::vector<std::string> Element##Descriptor::get##Element##VectorAsStringVector(std::vector<FieldEnum> fields) {  \
+    std::vector<std::string> Element##Descriptor::get##Element##VectorAsStringVector(FieldVector fields) {             \
         return keysOf(fields);                                                                                         \
     }                                                                                                                  \
-    std::vector<std::pair<Options::SORTBY_OPERATOR, std::string>> Element##Descriptor::getSortByFieldsAsStringVector(  \
-        std::vector<std::pair<Options::SORTBY_OPERATOR, FieldEnum>> by) {                                              \
-        return keysOf(by);                                                                                             \
+    SortByKeys Element##Descriptor::getSortByFieldsAsStringVector(SortByVector sortBy) {                               \
+        return keysOf(sortBy);                                                                                         \
     }
 
-using Options = xal::QueryOptions;
-
-CDX_DEFINE_QUERY_OPTIONS(CdxData, CDXDATA_FIELDS)
-CDX_DEFINE_QUERY_OPTIONS(CdxClientState, CDXCLIENTSTATE_FIELDS)
-CDX_DEFINE_QUERY_OPTIONS(CdxConfig, CDXCONFIG_FIELDS)
-CDX_DEFINE_QUERY_OPTIONS(CdxTrigger, CDXTRIGGER_FIELDS)
-CDX_DEFINE_QUERY_OPTIONS(CdxMasterControl, CDXMASTERCONTROL_FIELDS)
+CDX_DEFINE_QUERY_OPTIONS(CdxData)
+CDX_DEFINE_QUERY_OPTIONS(CdxClientState)
+CDX_DEFINE_QUERY_OPTIONS(CdxConfig)
+CDX_DEFINE_QUERY_OPTIONS(CdxTrigger)
+CDX_DEFINE_QUERY_OPTIONS(CdxMasterControl)
 
 } // namespace xalobjects_GX2
