@@ -86,6 +86,7 @@ void Listener::acceptAll() {
             socket.non_blocking(true, error);
             socket.set_option(tcp::tcp::no_delay(true), error);
             socket.set_option(boost::asio::socket_base::keep_alive(true), error);
+            m_short = false;
             m_accepted(std::move(socket));
             continue;
         }
@@ -95,7 +96,10 @@ void Listener::acceptAll() {
         }
         if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
             // The connection stays in the queue and would be announced again at once, and again.
-            m_failed(boost::system::error_code(error, boost::system::system_category()).message());
+            if (!m_short) {
+                m_short = true;
+                m_failed(boost::system::error_code(error, boost::system::system_category()).message());
+            }
             m_retry.expires_after(retryAfter);
             m_retry.async_wait([this](boost::system::error_code cancelled) {
                 if (!cancelled) {

@@ -19,8 +19,8 @@ public:
     Listener(boost::asio::io_context& io, const boost::asio::ip::address& address, std::uint16_t port);
 
     std::uint16_t port() const { return m_port; }
-    /// Hands every connection to `accepted` until stop(); `failed` is told what the system says when it gives none, as
-    /// when there are no descriptors left. It is asked again soon.
+    /// Hands every connection to `accepted` until stop(). When the system has none to give, descriptors being short,
+    /// `failed` is told why, once until there are some again; it is asked every now and then.
     void start(std::function<void(Socket)> accepted, std::function<void(const std::string&)> failed);
     void stop();
 
@@ -33,6 +33,7 @@ private:
     boost::asio::steady_timer m_retry;
     boost::asio::ip::tcp m_protocol;
     std::uint16_t m_port = 0;
+    bool m_short = false;
     std::function<void(Socket)> m_accepted;
     std::function<void(const std::string&)> m_failed;
 };

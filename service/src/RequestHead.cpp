@@ -12,6 +12,11 @@ bool isTargetCharacter(char c) {
     return alphanumeric || std::string_view("-._~!$&'()*+,;=:@/?%").find(c) != std::string_view::npos;
 }
 
+bool isTarget(std::string_view target) {
+    return !target.empty() && std::all_of(target.begin(), target.end(), isTargetCharacter) &&
+           percentDecoded(target).has_value();
+}
+
 bool isForbiddenByte(unsigned char c) {
     return (c < 0x20 && c != '\t' && c != '\r' && c != '\n') || c == 0x7f;
 }
@@ -144,8 +149,8 @@ bool HeadParser::takeRequestLine(std::string_view buffer, std::string_view line)
     if (target.size() > maxTargetBytes) {
         return fail(414, "the address is too long");
     }
-    if (target.empty() || !std::all_of(target.begin(), target.end(), isTargetCharacter)) {
-        return fail(400, "the address has characters that none has");
+    if (!isTarget(target)) {
+        return fail(400, "the address has characters, or an escape, that none has");
     }
     const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
     if (version.size() != 8 || version.substr(0, 5) != "HTTP/" || !isDigit(version[5]) || version[6] != '.' ||

@@ -5,19 +5,50 @@
 #include "StrictJson.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <utility>
 
 namespace cdxservice {
 
 namespace {
 
-/// The part of a message that differs from one subscriber to the next.
-std::string& head(std::string& text, std::string_view op, std::uint64_t sub, Revision previous) {
-    text.append("{\"op\":\"").append(op).append("\",\"sub\":");
-    writeJsonInteger(text, sub);
-    text.append(",\"prev\":");
-    writeJsonInteger(text, previous);
-    return text;
+/// The part of a message that differs from one subscriber to the next, made without an allocation.
+class Head {
+public:
+    Head(std::string_view op, std::uint64_t sub, Revision previous) {
+        put("{\"op\":\"");
+        put(op);
+        put("\",\"sub\":");
+        put(sub);
+        put(",\"prev\":");
+        put(previous);
+    }
+    operator std::string_view() const { return {m_text.data(), m_size}; }
+
+private:
+    void put(std::string_view text) {
+        text.copy(m_text.data() + m_size, text.size());
+        m_size += text.size();
+    }
+    void put(std::uint64_t number) {
+        const auto end = std::to_chars(m_text.data() + m_size, m_text.data() + m_text.size(), number).ptr;
+        m_size = static_cast<std::size_t>(end - m_text.data());
+    }
+
+    std::array<char, 96> m_text; ///< Two numbers of at most 20 digits, and what stands between them.
+    std::size_t m_size = 0;
+};
+
+void writeMessage(OutBuffer& out, const Head& head, std::string_view tail, const ElementPtr& owner) {
+    const std::string_view begin = head;
+    writeFrameHeader(out.text(), Opcode::Text, begin.size() + tail.size());
+    out.append(begin);
+    if (owner) {
+        out.append(tail, owner);
+    } else {
+        out.append(tail);
+    }
 }
 
 } // namespace
@@ -70,30 +101,25 @@ bool Subscription::writeNext(OutBuffer& out, const RevisionLog& log, const std::
 }
 
 void Subscription::writeEvent(OutBuffer& out, const RevisionLog::Entry& entry) {
-    std::string message;
-    head(message, "event", m_start.sub, m_told);
+    const Head head("event", m_start.sub, m_told);
     m_told = entry.revision;
-    if (!entry.element) {
-        message.append(",\"rev\":");
-        writeJsonInteger(message, entry.revision);
-        message.append(",\"removed\":");
-        writeJsonString(message, *entry.removedId);
-        message.push_back('}');
-        writeTextFrame(out, message);
+    if (entry.element) {
+        writeMessage(out, head, (*entry.element)->eventTail(), *entry.element);
         return;
     }
-    const std::string_view tail = (*entry.element)->eventTail();
-    writeFrameHeader(out.text(), Opcode::Text, message.size() + tail.size());
-    out.append(message);
-    out.append(tail, *entry.element);
+    std::string tail = ",\"rev\":";
+    writeJsonInteger(tail, entry.revision);
+    tail.append(",\"removed\":");
+    writeJsonString(tail, *entry.removedId);
+    tail.push_back('}');
+    writeMessage(out, head, tail, nullptr);
 }
 
 void Subscription::writeCurrent(OutBuffer& out, Revision revision) {
-    std::string message;
-    head(message, "current", m_start.sub, m_told).append(",\"rev\":");
-    writeJsonInteger(message, revision);
-    message.push_back('}');
-    writeTextFrame(out, message);
+    std::string tail = ",\"rev\":";
+    writeJsonInteger(tail, revision);
+    tail.push_back('}');
+    writeMessage(out, Head("current", m_start.sub, m_told), tail, nullptr);
     m_position = m_told = revision;
 }
 
