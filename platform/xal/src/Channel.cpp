@@ -276,7 +276,7 @@ private:
         if (!m_stream.got_text())
             return close(websocket::close_code::unknown_data, "binary message from the service", goodbye);
         const bool goOn = listener->channelMessage(m_text);
-        m_text.clear();
+        m_buffer.consume(m_text.size());
         if (m_isOver || m_isClosing)
             return;
         if (goOn)
@@ -378,7 +378,7 @@ private:
     websocket::response_type m_answer;
 
     std::string m_text;
-    net::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>> m_buffer{m_text, largestMessage};
+    net::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>> m_buffer{m_text};
     std::deque<std::string> m_outbox; ///< the first one is being written
     std::optional<Duration> m_deadline;
     std::optional<Duration> m_pingedAt; ///< what the peer owes a sign of life since
