@@ -1,0 +1,484 @@
+#include "Documents.h"
+#include "Elements.h"
+
+#include <CdxMoroClient.h>
+#include <support/xal/LogCapture.h>
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <stdexcept>
+
+namespace {
+
+using cdxtest::documentOf;
+using cdxtest::element;
+using cdxtest::sharedElement;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using zepclient::CdxClientStateObject;
+using zepclient::CdxDataObject;
+using zepclient::CdxMoroClient;
+
+using Calls = std::vector<std::string>;
+
+oru::Json::Value stateDocument(const std::string& name) {
+    oru::Json::Value document = documentOf(R"({"canonicalName":"canon","elementId":3,"isNewConfigRequested":true,)"
+                                           R"("isShutdownRequested":false,"offeredDataType":["x","y"],"uri":"/u",)"
+                                           R"("id":"7"})");
+    document["name"] = name;
+    return document;
+}
+
+CdxClientStateObject state(const std::string& name) {
+    return element<CdxClientStateObject>(cdxtest::textOf(stateDocument(name)));
+}
+
+class CdxMoroClientHandlersTest : public testing::Test {
+protected:
+    CdxMoroClientHandlersTest() {
+        client->setMsgProcessorCallback(
+            [this](oru::Json::Value document) { calls.push_back("new " + document["name"].asString()); });
+        log.clear();
+    }
+    ~CdxMoroClientHandlersTest() override {
+        client.reset();
+        CdxMoroClient::ReleaseCdxMoroClientThread();
+    }
+    void announce(const std::string& name) {
+        client->xalHandleCdxClientState(state(name));
+        calls.clear();
+        log.clear();
+    }
+
+    Calls calls;
+    cdxtest::LogCapture log;
+    std::shared_ptr<CdxMoroClient> client = CdxMoroClient::getInstance();
+};
+
+// Client states
+
+TEST_F(CdxMoroClientHandlersTest, TheFirstStateOfANameIsAnnouncedAndTheSecondGoesToTheClientsHandler) {
+    client->xalHandleCdxClientState(state("A"));
+    client->setCdxClientStateRecieveHandler(
+        [this](oru::Json::Value document) { calls.push_back("state " + document["name"].asString()); }, "A");
+    client->xalHandleCdxClientState(state("A"));
+
+    EXPECT_THAT(calls, ElementsAre("new A", "state A"));
+}
+
+TEST_F(CdxMoroClientHandlersTest, ANewClientIsLoggedByItsCanonicalName) {
+    client->xalHandleCdxClientState(state("A"));
+
+    EXPECT_THAT(log.outlines(),
+                ElementsAre("7 CdxMoroClient::xalHandleCdxClientState: ",
+                            "7 CdxMoroClient::xalHandleCdxClientState: MORO CLIENT UUID = 7",
+                            "5 CdxMoroClient::xalHandleCdxClientState Creating a new Service with service Name = canon",
+                            "7 MoroClientCallback::MoroClientCallback: "));
+}
+
+TEST_F(CdxMoroClientHandlersTest, AKnownClientsStateIsTraced) {
+    announce("A");
+
+    client->xalHandleCdxClientState(state("A"));
+
+    EXPECT_THAT(log.outlines(), ElementsAre("7 CdxMoroClient::xalHandleCdxClientState: ",
+                                            "7 CdxMoroClient::xalHandleCdxClientState: MORO CLIENT UUID = 7",
+                                            "7 MoroClientCallback::executeCdxClientHandler: "));
+}
+
+TEST_F(CdxMoroClientHandlersTest, TheClientStateDocumentHasEveryField) {
+    oru::Json::Value told;
+    client->setMsgProcessorCallback([&](oru::Json::Value document) { told = document; });
+
+    client->xalHandleCdxClientState(state("A"));
+
+    EXPECT_EQ(stateDocument("A"), told);
+}
+
+TEST_F(CdxMoroClientHandlersTest, AKnownClientsDocumentIsTheSame) {
+    announce("A");
+    oru::Json::Value told;
+    client->setCdxClientStateRecieveHandler([&](oru::Json::Value document) { told = document; }, "A");
+
+    client->xalHandleCdxClientState(state("A"));
+
+    EXPECT_EQ(stateDocument("A"), told);
+}
+
+TEST_F(CdxMoroClientHandlersTest, AStateWithoutAnIdIsInvalidInTheLogAndInTheDocument) {
+    oru::Json::Value told;
+    client->setMsgProcessorCallback([&](oru::Json::Value document) { told = document; });
+    oru::Json::Value json = stateDocument("A");
+    json.removeMember("id");
+
+    client->xalHandleCdxClientState(element<CdxClientStateObject>(cdxtest::textOf(json)));
+
+    EXPECT_EQ("invalid", told["id"].asString());
+    EXPECT_NO_THROW(log.line("MORO CLIENT UUID = invalid"));
+}
+
+TEST_F(CdxMoroClientHandlersTest, AnEmptyListOfOfferedDataTypesIsNull) {
+    oru::Json::Value told;
+    client->setMsgProcessorCallback([&](oru::Json::Value document) { told = document; });
+    oru::Json::Value json = stateDocument("A");
+    json["offeredDataType"] = oru::Json::Value(oru::Json::arrayValue);
+
+    client->xalHandleCdxClientState(element<CdxClientStateObject>(cdxtest::textOf(json)));
+
+    EXPECT_TRUE(told.isMember("offeredDataType"));
+    EXPECT_TRUE(told["offeredDataType"].isNull());
+}
+
+TEST_F(CdxMoroClientHandlersTest, AStateThatLacksAMandatoryFieldThrowsAndCreatesNoEntry) {
+    for (const char* key : {"canonicalName", "name", "elementId", "isNewConfigRequested", "isShutdownRequested", "uri",
+                            "offeredDataType"}) {
+        oru::Json::Value json = stateDocument("A");
+        json.removeMember(key);
+        try {
+            client->xalHandleCdxClientState(element<CdxClientStateObject>(cdxtest::textOf(json)));
+            ADD_FAILURE() << "nothing was thrown without " << key;
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ("getValue called on uninitialized Optional", error.what());
+        }
+    }
+    EXPECT_THAT(calls, IsEmpty());
+    client->xalHandleCdxClientState(state("A"));
+    EXPECT_THAT(calls, ElementsAre("new A"));
+}
+
+TEST_F(CdxMoroClientHandlersTest, WithoutAMessageProcessorANewClientThrowsAfterItsEntryWasCreated) {
+    client->setMsgProcessorCallback(nullptr);
+
+    EXPECT_THROW(client->xalHandleCdxClientState(state("A")), std::bad_function_call);
+
+    EXPECT_NO_THROW(client->xalHandleCdxClientState(state("A")));
+}
+
+TEST_F(CdxMoroClientHandlersTest, NamesAreComparedBytewise) {
+    announce("A");
+
+    client->xalHandleCdxClientState(state("a"));
+
+    EXPECT_THAT(calls, ElementsAre("new a"));
+}
+
+// Setters, one for each of the nine handlers
+
+struct Setter {
+    std::string name;
+    std::function<void(CdxMoroClient&, Calls&, const std::string&)> set;
+    /// Makes the service report something that reaches the handler of the client "A".
+    std::function<void(CdxMoroClient&)> report;
+    std::string call;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Setter& setter) {
+    return stream << setter.name;
+}
+
+template <class... Arguments>
+auto with(void (CdxMoroClient::*setter)(std::function<void(Arguments...)>, std::string)) {
+    return [setter](CdxMoroClient& client, Calls& calls, const std::string& name) {
+        (client.*setter)(
+            [&calls](Arguments... arguments) {
+                oru::Json::Value all(oru::Json::arrayValue);
+                (all.append(oru::Json::Value(arguments)), ...);
+                calls.push_back(cdxtest::textOf(all));
+            },
+            name);
+    };
+}
+
+const Setter setters[] = {
+    {"setCdxClientStateRecieveHandler", with(&CdxMoroClient::setCdxClientStateRecieveHandler),
+     [](CdxMoroClient& c) { c.xalHandleCdxClientState(state("A")); }, "[" + cdxtest::textOf(stateDocument("A")) + "]"},
+    {"setCdxMasterControlCreateRecieveHandler", with(&CdxMoroClient::setCdxMasterControlCreateRecieveHandler),
+     [](CdxMoroClient& c) { c.xalHandleCdxMasterCtlCreateElement(true, documentOf(R"({"name":"A","id":"7"})")); },
+     R"([true,"7"])"},
+    {"setCdxMasterControlUpdateHandler", with(&CdxMoroClient::setCdxMasterControlUpdateHandler),
+     [](CdxMoroClient& c) { c.xalHandleCdxMasterCtlUpdateElement(true, "A"); }, "[true]"},
+    {"setCdxDataStateSubsRecieveHandler", with(&CdxMoroClient::setCdxDataStateSubsRecieveHandler),
+     [](CdxMoroClient& c) { c.xalHandleCdxDataSubscription(element<CdxDataObject>(R"({"name":"A","version":"1"})")); },
+     R"([{"elementId":1,"name":"A","version":"1"}])"},
+    {"setCdxDataStateUpdateRecieveHandler", with(&CdxMoroClient::setCdxDataStateUpdateRecieveHandler),
+     [](CdxMoroClient& c) { c.xalHandleCdxDataUpdate(sharedElement<CdxDataObject>(R"({"name":"A","version":"1"})")); },
+     R"([{"elementId":1,"name":"A","version":"1"}])"},
+    {"setCdxConfigCreateRecieveHandler", with(&CdxMoroClient::setCdxConfigCreateRecieveHandler),
+     [](CdxMoroClient& c) { c.xalHandleConfigCreateElement(true, documentOf(R"({"name":"A","id":"7"})")); },
+     R"([true,{"id":"7","name":"A"}])"},
+    {"setCdxConfigUpdateRecieveHandler", with(&CdxMoroClient::setCdxConfigUpdateRecieveHandler),
+     [](CdxMoroClient& c) { c.xalHandleConfigUpdateElement(false, "A"); }, "[false]"},
+    {"setCdxTriggerCreateRecieveHandler", with(&CdxMoroClient::setCdxTriggerCreateRecieveHandler),
+     [](CdxMoroClient& c) { c.xalHandleTriggerCreateElement(false, documentOf(R"({"name":"A"})")); },
+     R"([false,{"name":"A"}])"},
+    {"setCdxTriggerUpdateRecieveHandler", with(&CdxMoroClient::setCdxTriggerUpdateRecieveHandler),
+     [](CdxMoroClient& c) { c.xalHandleTriggerUpdateElement(true, "A"); }, "[true]"},
+};
+
+class SetterTest : public CdxMoroClientHandlersTest, public testing::WithParamInterface<Setter> {};
+
+INSTANTIATE_TEST_SUITE_P(All, SetterTest, testing::ValuesIn(setters),
+                         [](const auto& setter) { return setter.param.name; });
+
+TEST_P(SetterTest, ForAnAnnouncedClientTakesTheHandlerThatTheServicesReportThenReaches) {
+    announce("A");
+
+    GetParam().set(*client, calls, "A");
+    EXPECT_THAT(log.outlines(), ElementsAre("7 CdxMoroClient::" + GetParam().name + ": "));
+
+    GetParam().report(*client);
+    EXPECT_THAT(calls, ElementsAre(GetParam().call));
+}
+
+TEST_P(SetterTest, ReplacesTheHandlerSetBefore) {
+    announce("A");
+    Calls replaced;
+    GetParam().set(*client, replaced, "A");
+
+    GetParam().set(*client, calls, "A");
+    GetParam().report(*client);
+
+    EXPECT_THAT(replaced, IsEmpty());
+    EXPECT_THAT(calls, ElementsAre(GetParam().call));
+}
+
+TEST_P(SetterTest, ForAnUnknownClientLogsAnErrorAndDropsTheHandler) {
+    GetParam().set(*client, calls, "A");
+
+    EXPECT_THAT(log.outlines(),
+                ElementsAre("7 CdxMoroClient::" + GetParam().name + ": ",
+                            "3 CdxMoroClient::" + GetParam().name +
+                                ": The service A  does not exists in map,. It may be that service would be lost or not "
+                                "created."));
+    announce("A");
+    GetParam().report(*client);
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+TEST_P(SetterTest, ForOneClientDoesNotReachAnother) {
+    announce("A");
+    announce("B");
+
+    GetParam().set(*client, calls, "B");
+    GetParam().report(*client);
+
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+// Inbound, one for each of the nine that look the name up
+
+struct Inbound {
+    std::string name;
+    std::function<void(CdxMoroClient&)> report; ///< for the client "A"
+    std::vector<std::string> unknown;           ///< behind the head line: level, ":" or nothing, blank, message
+};
+
+std::ostream& operator<<(std::ostream& stream, const Inbound& inbound) {
+    return stream << inbound.name;
+}
+
+const char notInMap[] =
+    "3: The service A  does not exists in map,. It may be that service would be lost or not created.";
+const char notFound[] = "3: The service Ais not found";
+
+const Inbound inbounds[] = {
+    {"xalHandleCdxClientDisconnectState",
+     [](CdxMoroClient& c) { c.xalHandleCdxClientDisconnectState("A"); },
+     {"3: Didn't find the service A  in the callback map."}},
+    {"xalHandleCdxDataSubscription",
+     [](CdxMoroClient& c) { c.xalHandleCdxDataSubscription(element<CdxDataObject>(R"({"name":"A"})")); },
+     {notFound}},
+    {"xalHandleCdxDataUpdate",
+     [](CdxMoroClient& c) { c.xalHandleCdxDataUpdate(sharedElement<CdxDataObject>(R"({"name":"A"})")); },
+     {notFound, "5 Now returning"}},
+    {"xalHandleCdxMasterCtlCreateElement",
+     [](CdxMoroClient& c) { c.xalHandleCdxMasterCtlCreateElement(true, documentOf(R"({"name":"A"})")); },
+     {notInMap}},
+    {"xalHandleCdxMasterCtlUpdateElement",
+     [](CdxMoroClient& c) { c.xalHandleCdxMasterCtlUpdateElement(true, "A"); },
+     {notInMap}},
+    {"xalHandleConfigCreateElement",
+     [](CdxMoroClient& c) { c.xalHandleConfigCreateElement(true, documentOf(R"({"name":"A"})")); },
+     {notFound}},
+    {"xalHandleConfigUpdateElement", [](CdxMoroClient& c) { c.xalHandleConfigUpdateElement(true, "A"); }, {notFound}},
+    {"xalHandleTriggerCreateElement",
+     [](CdxMoroClient& c) { c.xalHandleTriggerCreateElement(true, documentOf(R"({"name":"A"})")); },
+     {"7: Trigger element is created, name = ", notFound}},
+    {"xalHandleTriggerUpdateElement",
+     [](CdxMoroClient& c) { c.xalHandleTriggerUpdateElement(true, "A"); },
+     {"7: Trigger element is updated with status = 1", notFound}},
+};
+
+class InboundTest : public CdxMoroClientHandlersTest, public testing::WithParamInterface<Inbound> {
+protected:
+    std::string outline(const std::string& line) const {
+        return line.substr(0, 1) + " CdxMoroClient::" + GetParam().name + line.substr(1);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(All, InboundTest, testing::ValuesIn(inbounds),
+                         [](const auto& inbound) { return inbound.param.name; });
+
+TEST_P(InboundTest, ForAnUnknownClientIsLoggedAndDropped) {
+    client->setMsgProcessorDeleteCallback([this](std::string name) { calls.push_back(name); });
+    announce("B");
+
+    GetParam().report(*client);
+
+    Calls expected{"7 CdxMoroClient::" + GetParam().name + ": "};
+    for (const std::string& line : GetParam().unknown)
+        expected.push_back(outline(line));
+    EXPECT_EQ(expected, log.outlines());
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+TEST_P(InboundTest, ForAKnownClientWithoutAHandlerIsDroppedWithoutAnError) {
+    announce("A");
+
+    GetParam().report(*client);
+
+    EXPECT_THAT(log.outlines(3), IsEmpty());
+    EXPECT_EQ("7 CdxMoroClient::" + GetParam().name + ": ", log.outlines().front());
+}
+
+TEST_F(CdxMoroClientHandlersTest, ADataUpdateSaysThatItReturnsAlsoForAKnownClient) {
+    announce("A");
+
+    client->xalHandleCdxDataUpdate(sharedElement<CdxDataObject>(R"({"name":"A"})"));
+
+    EXPECT_EQ("5 CdxMoroClient::xalHandleCdxDataUpdate Now returning", log.outlines().back());
+}
+
+TEST_F(CdxMoroClientHandlersTest, ATriggersUpdateIsLoggedWithItsFlag) {
+    announce("A");
+
+    client->xalHandleTriggerUpdateElement(false, "A");
+
+    EXPECT_NO_THROW(log.line("Trigger element is updated with status = 0"));
+}
+
+TEST_F(CdxMoroClientHandlersTest, DataWithoutANameThrowsAndReachesNoHandler) {
+    EXPECT_THROW(client->xalHandleCdxDataSubscription(element<CdxDataObject>("{}")), std::runtime_error);
+    EXPECT_THROW(client->xalHandleCdxDataUpdate(sharedElement<CdxDataObject>("{}")), std::runtime_error);
+}
+
+TEST_F(CdxMoroClientHandlersTest, ResultsWithoutANameAreLookedUpUnderTheEmptyName) {
+    announce("");
+    client->setCdxConfigCreateRecieveHandler(
+        [this](bool, oru::Json::Value document) { calls.push_back(cdxtest::textOf(document)); }, "");
+
+    client->xalHandleConfigCreateElement(false, documentOf(R"({"id":"7"})"));
+
+    ASSERT_EQ(1U, calls.size());
+    EXPECT_EQ("7", documentOf(calls.front())["id"].asString());
+}
+
+TEST_F(CdxMoroClientHandlersTest, AFailedMasterControlCreateHasAnEmptyId) {
+    announce("A");
+    client->setCdxMasterControlCreateRecieveHandler(
+        [this](bool isCreated, std::string id) { calls.push_back((isCreated ? "1 " : "0 ") + id); }, "A");
+
+    client->xalHandleCdxMasterCtlCreateElement(false, documentOf(R"({"name":"A"})"));
+
+    EXPECT_THAT(calls, ElementsAre("0 "));
+}
+
+// Disconnects and cleaning up
+
+TEST_F(CdxMoroClientHandlersTest, ADisconnectOfAKnownClientCallsTheDeleteHandlerAndKeepsTheEntry) {
+    announce("A");
+    client->setMsgProcessorDeleteCallback([this](std::string name) { calls.push_back("gone " + name); });
+
+    client->xalHandleCdxClientDisconnectState("A");
+    client->xalHandleCdxClientState(state("A"));
+
+    EXPECT_THAT(calls, ElementsAre("gone A")) << "a second announcement would mean that the entry was lost";
+}
+
+TEST_F(CdxMoroClientHandlersTest, LibraryWideSettersTrace) {
+    client->setMsgProcessorCallback(nullptr);
+    client->setMsgProcessorDeleteCallback(nullptr);
+
+    EXPECT_THAT(log.outlines(), ElementsAre("7 CdxMoroClient::setMsgProcessorCallback: ",
+                                            "7 CdxMoroClient::setMsgProcessorDeleteCallback: "));
+}
+
+TEST_F(CdxMoroClientHandlersTest, CleaningUpAClientForgetsItsHandlersAndLetsItBeAnnouncedAgain) {
+    announce("A");
+    auto held = std::make_shared<int>(1);
+    const std::weak_ptr<int> observer = held;
+    client->setCdxConfigUpdateRecieveHandler([held = std::move(held)](bool) {}, "A");
+    log.clear();
+
+    client->cleanUpService("A");
+
+    EXPECT_TRUE(observer.expired());
+    EXPECT_THAT(log.outlines(), ElementsAre("7 CdxMoroClient::cleanUpService: ",
+                                            "5 CdxMoroClient::cleanUpService Resetting the service A"));
+    client->xalHandleCdxClientState(state("A"));
+    EXPECT_THAT(calls, ElementsAre("new A"));
+}
+
+TEST_F(CdxMoroClientHandlersTest, CleaningUpAnUnknownClientOnlyTraces) {
+    announce("A");
+
+    client->cleanUpService("B");
+
+    EXPECT_THAT(log.outlines(), ElementsAre("7 CdxMoroClient::cleanUpService: "));
+}
+
+TEST_F(CdxMoroClientHandlersTest, AHandlerMayCleanUpItsOwnClientWhileItRuns) {
+    announce("A");
+    const std::string longText(100, 'x');
+    client->setCdxConfigUpdateRecieveHandler(
+        [this, longText](bool) {
+            client->cleanUpService("A");
+            calls.push_back(longText);
+        },
+        "A");
+
+    client->xalHandleConfigUpdateElement(true, "A");
+
+    EXPECT_THAT(calls, ElementsAre(longText));
+    client->xalHandleConfigUpdateElement(true, "A");
+    EXPECT_EQ(1U, log.outlines(3).size()) << "the client is gone";
+}
+
+TEST_F(CdxMoroClientHandlersTest, TheDeleteHandlerMayCleanUpTheClientAndReplaceItself) {
+    announce("A");
+    const std::string longText(100, 'x');
+    client->setMsgProcessorDeleteCallback([this, longText](std::string name) {
+        client->setMsgProcessorDeleteCallback(nullptr);
+        client->cleanUpService(name);
+        calls.push_back(longText);
+    });
+
+    client->xalHandleCdxClientDisconnectState("A");
+
+    EXPECT_THAT(calls, ElementsAre(longText));
+}
+
+TEST_F(CdxMoroClientHandlersTest, HandlersMayBeRegisteredFromInsideTheAnnouncement) {
+    const std::string longText(100, 'x');
+    client->setMsgProcessorCallback([this, longText](oru::Json::Value document) {
+        client->setMsgProcessorCallback(nullptr);
+        client->setCdxConfigUpdateRecieveHandler([this](bool) { calls.push_back("updated"); },
+                                                 document["name"].asString());
+        calls.push_back(longText);
+    });
+
+    client->xalHandleCdxClientState(state("A"));
+    client->xalHandleConfigUpdateElement(true, "A");
+
+    EXPECT_THAT(calls, ElementsAre(longText, "updated"));
+}
+
+TEST_F(CdxMoroClientHandlersTest, WhatAHandlerThrowsPassesToTheCaller) {
+    announce("A");
+    client->setCdxConfigUpdateRecieveHandler([](bool) { throw std::domain_error("from the handler"); }, "A");
+
+    EXPECT_THROW(client->xalHandleConfigUpdateElement(true, "A"), std::domain_error);
+}
+
+} // namespace

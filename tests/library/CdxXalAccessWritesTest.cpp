@@ -1,0 +1,444 @@
+#include "AccessFixture.h"
+
+#include <json/json.h>
+
+#include <functional>
+#include <stdexcept>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using zepclient::CdxXalAccess;
+using Write = void (CdxXalAccess::*)(oru::Json::Value);
+
+class CdxXalAccessWritesTest : public cdxtest::AccessFixture {
+protected:
+    void write(Write operation, const std::string& json) { ((*access).*operation)(cdxtest::documentOf(json)); }
+    std::string sentBody() const { return connection->nextRequest().body->toString(); }
+};
+
+/// One of the three creates.
+struct Create {
+    std::string operation;
+    Write create;
+    std::string resource;
+    std::string status;
+    std::string filler;
+    std::string startNotice;
+    std::string successNotice;
+    std::string error;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Create& create) {
+    return stream << create.operation;
+}
+
+class CreateTest : public CdxXalAccessWritesTest, public testing::WithParamInterface<Create> {
+protected:
+    std::string head(const char* level) const { return std::string(level) + " CdxXalAccess::" + GetParam().operation; }
+    void create(const std::string& json) { write(GetParam().create, json); }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    All, CreateTest,
+    testing::Values(Create{"CreateNewCdxConfigElement", &CdxXalAccess::CreateNewCdxConfigElement, "cdxConfig",
+                           "CdxConfigCreateStatus", "PopulateConfigDescFromJson", "Creating new cdxconfig element for ",
+                           "Created new XAL element for Cdx Config", "Error in creating cdx Config element"},
+                    Create{"CreateNewCdxTriggerElement", &CdxXalAccess::CreateNewCdxTriggerElement, "cdxTrigger",
+                           "CdxTriggerCreateStatus", "PopulateTriggerDescFromJson",
+                           "Creating new cdx Trigger  element for ", "Created new XAL element for Cdx Trigger",
+                           "Error in creating cdx Trigger element"},
+                    Create{"CreateNewCdxMasterControlElement", &CdxXalAccess::CreateNewCdxMasterControlElement,
+                           "cdxMasterControls", "CdxMasterControlElementCreateStatus", "PopulateMasterCtlDescFromJson",
+                           "Creating new cdxmaster control element for ",
+                           "Created new XAL element for CdxMaster Control",
+                           "Error in creating cdxmaster Control element"}),
+    [](const auto& create) { return create.param.resource; });
+
+TEST_P(CreateTest, SendsTheElementUnderItsPrefixedName) {
+    connect();
+
+    create(R"({"name":"A","elementId":3})");
+
+    EXPECT_THAT(journal(), ElementsAre("create " + GetParam().resource));
+    EXPECT_EQ("CarDataExchange", connection->nextRequest().serviceName);
+    EXPECT_EQ(R"({"name":"RefreshField^true>>A","elementId":3})", sentBody());
+    EXPECT_THAT(log.outlines(), ElementsAre(head("7") + ": ", "7 CdxXalAccess::" + GetParam().filler + ": ",
+                                            head("5") + " " + GetParam().startNotice + "A"));
+    EXPECT_THAT(callback->calls, IsEmpty());
+}
+
+TEST_P(CreateTest, ReportsSuccessWithTheNewElementsIdAndUri) {
+    connect();
+    create(R"({"name":"A"})");
+    clearRecords();
+
+    connection->answer(201, R"({"id":"7","uri":"/u/7","name":"whatever"})");
+
+    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + R"( 1 {"id":"7","name":"A","uri":"/u/7"})"));
+    EXPECT_THAT(log.outlines(), ElementsAre(head("5") + "[] " + GetParam().successNotice));
+}
+
+TEST_P(CreateTest, ReportsARefusalWithTheNameOnly) {
+    connect();
+    create(R"({"name":"A","id":"7"})");
+    clearRecords();
+
+    connection->answer(422);
+
+    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + R"( 0 {"name":"A"})"));
+    EXPECT_THAT(log.outlines(), ElementsAre(head("3") + "[]: " + GetParam().error));
+}
+
+TEST_P(CreateTest, ReportsARequestThatThrewAsARefusal) {
+    connect();
+    create(R"({"name":"A"})");
+    clearRecords();
+
+    connection->answerWithException("create element failed");
+
+    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + R"( 0 {"name":"A"})"));
+}
+
+TEST_P(CreateTest, WithoutANameSendsThePrefixAndReportsAnEmptyName) {
+    connect();
+
+    create("{}");
+    EXPECT_EQ(R"({"name":"RefreshField^true>>"})", sentBody());
+    EXPECT_EQ(head("5") + " " + GetParam().startNotice, log.outlines(5).back());
+
+    connection->answer(201, R"({"id":"7","uri":"/u"})");
+    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + R"( 1 {"id":"7","name":"","uri":"/u"})"));
+}
+
+TEST_P(CreateTest, AnElementThatComesBackWithoutIdOrUriThrowsAndIsNotReported) {
+    connect();
+    create(R"({"name":"A"})");
+    create(R"({"name":"B"})");
+
+    for (const char* answer : {R"({"uri":"/u"})", R"({"id":"7"})"}) {
+        try {
+            connection->answer(201, answer);
+            ADD_FAILURE() << "nothing was thrown for " << answer;
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ("getValue called on uninitialized Optional", error.what());
+        }
+    }
+    EXPECT_THAT(callback->calls, IsEmpty());
+}
+
+TEST_P(CreateTest, WithoutACallbackTheOutcomeIsOnlyLogged) {
+    connect();
+    create(R"({"name":"A"})");
+    create(R"({"name":"B"})");
+    access->AssignCallback(nullptr);
+    clearRecords();
+
+    connection->answer(201, R"({"id":"7","uri":"/u"})");
+    connection->answer(500);
+
+    EXPECT_THAT(log.outlines(),
+                ElementsAre(head("5") + "[] " + GetParam().successNotice, head("3") + "[]: " + GetParam().error));
+}
+
+TEST_P(CreateTest, TheOutcomeGoesToTheCallbackAssignedWhenItArrives) {
+    connect();
+    create(R"({"name":"A"})");
+    const auto later = std::make_shared<cdxtest::RecordingCallback>();
+    access->AssignCallback(later);
+
+    connection->answer(500);
+
+    EXPECT_THAT(callback->calls, IsEmpty());
+    EXPECT_THAT(later->calls, ElementsAre(GetParam().status + R"( 0 {"name":"A"})"));
+}
+
+TEST_P(CreateTest, ADocumentThatCannotBeConvertedThrowsToTheCallerAndSendsNothing) {
+    connect();
+
+    EXPECT_THROW(create(R"({"name":["A"]})"), Json::Exception);
+
+    EXPECT_THAT(journal(), IsEmpty());
+}
+
+/// One of the three updates.
+struct Update {
+    std::string operation;
+    Write update;
+    std::string resource;
+    std::string status;
+    std::string document;
+    std::string body;
+    std::vector<std::string> lines; ///< level, ":" where there is a line number, blank, message
+    std::string success;            ///< with the status code 200
+    std::string failure;            ///< without the status code
+};
+
+std::ostream& operator<<(std::ostream& stream, const Update& update) {
+    return stream << update.operation;
+}
+
+class UpdateTest : public CdxXalAccessWritesTest, public testing::WithParamInterface<Update> {
+protected:
+    std::string head(const char* level) const { return std::string(level) + " CdxXalAccess::" + GetParam().operation; }
+    void update(const std::string& json) { write(GetParam().update, json); }
+};
+
+const char masterControl[] = R"({"name":"A","eventTicket":"e","dataDeliveryResult":2,"backendChannelControl":4})";
+
+INSTANTIATE_TEST_SUITE_P(
+    All, UpdateTest,
+    testing::Values(
+        Update{"UpdateConfigElement",
+               &CdxXalAccess::UpdateConfigElement,
+               "cdxConfig",
+               "CdxConfigUpdateStatus",
+               R"({"id":"7","name":"A"})",
+               R"({"name":"RefreshField^false>>A"})",
+               {"7:", R"(7: Updating config value = {"id":"7","name":"A"})", "7!PopulateConfigDescFromJson"},
+               "UPDATED CDX Config Record STATUS CODE = 200",
+               "Failed to Update the CDX Config Record  STATUS CODE = "},
+        Update{"UpdateTriggerElement",
+               &CdxXalAccess::UpdateTriggerElement,
+               "cdxTrigger",
+               "CdxTriggerUpdateStatus",
+               R"({"id":"7","name":"A"})",
+               R"({"name":"RefreshField^false>>A"})",
+               {"7:", "7!PopulateTriggerDescFromJson", "5 Populated CFG Element UU ID = 7"},
+               "UPDATED CDX Trigger Record STATUS CODE = 200",
+               "Failed to Update the CDX Trigger Record  STATUS CODE = "},
+        Update{"UpdateMasterControlElement",
+               &CdxXalAccess::UpdateMasterControlElement,
+               "cdxMasterControls",
+               "CdxMasterCtlUpdateStatus",
+               masterControl,
+               R"({"name":"RefreshField^false>>A","backendChannelControl":"stopProtocolViolation",)"
+               R"("dataDeliveryResult":"failOffline","eventTicket":"e"})",
+               {"7:",
+                R"(5 Updating value = {"backendChannelControl":4,"dataDeliveryResult":2,"eventTicket":"e","name":"A"})",
+                "7!PopulateMasterCtlDescFromJson", "7: Populated value  EvID = e",
+                "7: Populated value  Data Delivery = 2", "7: Populated value  Backend = 4",
+                "7: Populated value  Name = RefreshField^false>>A"},
+               "UPDATED CDX Master Control",
+               "Failed to Update the Master Control object STATUS CODE = "}),
+    [](const auto& update) { return update.param.resource; });
+
+TEST_P(UpdateTest, SendsTheElementUnderItsPrefixedNameAndLogsOnTheWay) {
+    connect();
+
+    update(GetParam().document);
+
+    EXPECT_EQ(GetParam().body, sentBody());
+    std::vector<std::string> expected;
+    for (const std::string& line : GetParam().lines) {
+        const std::string level = line.substr(0, 1);
+        if (line[1] == '!')
+            expected.push_back(level + " CdxXalAccess::" + line.substr(2) + ": ");
+        else
+            expected.push_back(head(level.c_str()) + line.substr(1) + (line.size() == 2 ? " " : ""));
+    }
+    EXPECT_EQ(expected, log.outlines());
+    EXPECT_THAT(callback->calls, IsEmpty());
+}
+
+TEST_P(UpdateTest, IsAddressedByTheDocumentsId) {
+    connect();
+    oru::Json::Value document = cdxtest::documentOf(GetParam().document);
+    document["id"] = "7";
+
+    ((*access).*GetParam().update)(document);
+
+    EXPECT_THAT(journal(), ElementsAre("update " + GetParam().resource + "/7"));
+}
+
+TEST_P(UpdateTest, ReportsSuccessWithTheBareName) {
+    connect();
+    update(GetParam().document);
+    clearRecords();
+
+    connection->answer(200);
+
+    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + " 1 A"));
+    EXPECT_THAT(log.outlines(), ElementsAre(head("5") + "[] " + GetParam().success));
+}
+
+TEST_P(UpdateTest, ReportsARefusalWithTheBareNameAndLogsItsStatusAtLevelOne) {
+    connect();
+    update(GetParam().document);
+    clearRecords();
+
+    connection->answer(404);
+
+    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + " 0 A"));
+    EXPECT_THAT(log.outlines(), ElementsAre(head("1") + "[]: " + GetParam().failure + "404"));
+}
+
+TEST_P(UpdateTest, BeforeTheServiceIsConnectedWritesItsTraceAndNothingElse) {
+    access->AssignCallback(callback);
+
+    update(GetParam().document);
+
+    EXPECT_THAT(log.outlines(), ElementsAre(head("7") + ": "));
+    EXPECT_THAT(journal(), IsEmpty());
+    EXPECT_THAT(callback->calls, IsEmpty());
+}
+
+TEST_P(UpdateTest, WithoutACallbackTheOutcomeIsOnlyLogged) {
+    connect();
+    update(GetParam().document);
+    update(GetParam().document);
+    access->AssignCallback(nullptr);
+    clearRecords();
+
+    connection->answer(200);
+    connection->answer(500);
+
+    EXPECT_THAT(log.outlines(),
+                ElementsAre(head("5") + "[] " + GetParam().success, head("1") + "[]: " + GetParam().failure + "500"));
+}
+
+TEST_P(UpdateTest, WithLoggingOffIsStillSent) {
+    connect();
+    log.setLevel(-1);
+
+    update(GetParam().document);
+
+    EXPECT_EQ(GetParam().body, sentBody());
+    EXPECT_THAT(log.outlines(), IsEmpty());
+}
+
+TEST_F(CdxXalAccessWritesTest, AnUpdateOfARecordOrATriggerWithoutANameSendsThePrefixAndReportsAnEmptyName) {
+    connect();
+
+    write(&CdxXalAccess::UpdateConfigElement, R"({"id":"7"})");
+    EXPECT_EQ(R"({"name":"RefreshField^false>>"})", sentBody());
+    connection->answer(200);
+    write(&CdxXalAccess::UpdateTriggerElement, R"({"id":"7"})");
+    EXPECT_EQ(R"({"name":"RefreshField^false>>"})", sentBody());
+    connection->answer(200);
+
+    EXPECT_THAT(callback->calls, ElementsAre("CdxConfigUpdateStatus 1 ", "CdxTriggerUpdateStatus 1 "));
+}
+
+/// A key that an update must give while the level that logs it is enabled.
+struct LoggedKey {
+    std::string key;
+    Write update;
+    int level;
+};
+
+std::ostream& operator<<(std::ostream& stream, const LoggedKey& logged) {
+    return stream << logged.key;
+}
+
+class LoggedKeyTest : public CdxXalAccessWritesTest, public testing::WithParamInterface<LoggedKey> {
+protected:
+    oru::Json::Value documentWithoutKey() const {
+        oru::Json::Value document = cdxtest::documentOf(masterControl);
+        document["id"] = "7";
+        document.removeMember(GetParam().key);
+        return document;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(All, LoggedKeyTest,
+                         testing::Values(LoggedKey{"id", &CdxXalAccess::UpdateTriggerElement, 5},
+                                         LoggedKey{"eventTicket", &CdxXalAccess::UpdateMasterControlElement, 7},
+                                         LoggedKey{"dataDeliveryResult", &CdxXalAccess::UpdateMasterControlElement, 7},
+                                         LoggedKey{"backendChannelControl", &CdxXalAccess::UpdateMasterControlElement,
+                                                   7},
+                                         LoggedKey{"name", &CdxXalAccess::UpdateMasterControlElement, 7}),
+                         [](const auto& logged) { return logged.param.key; });
+
+TEST_P(LoggedKeyTest, AnUpdateWithoutItThrowsBeforeAnythingIsSentWhileTheLevelIsEnabled) {
+    connect();
+    log.setLevel(GetParam().level);
+
+    try {
+        ((*access).*GetParam().update)(documentWithoutKey());
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ("getValue called on uninitialized Optional", error.what());
+    }
+    EXPECT_THAT(journal(), IsEmpty());
+}
+
+TEST_P(LoggedKeyTest, AnUpdateWithoutItIsSentBelowTheLevel) {
+    connect();
+    log.setLevel(GetParam().level - 1);
+
+    ((*access).*GetParam().update)(documentWithoutKey());
+
+    EXPECT_EQ(1U, connection->unansweredCount());
+}
+
+TEST_F(CdxXalAccessWritesTest, AMasterControlUpdateWithoutANameSendsNone) {
+    connect();
+    log.setLevel(5);
+
+    write(&CdxXalAccess::UpdateMasterControlElement, R"({"id":"7","eventTicket":"e"})");
+
+    EXPECT_EQ(R"({"eventTicket":"e"})", sentBody());
+    connection->answer(200);
+    EXPECT_THAT(callback->calls, ElementsAre("CdxMasterCtlUpdateStatus 1 "));
+}
+
+TEST_F(CdxXalAccessWritesTest, OutcomesFindTheirRequestsWhateverTheOrderOfTheKinds) {
+    connect();
+
+    write(&CdxXalAccess::CreateNewCdxConfigElement, R"({"name":"A"})");
+    write(&CdxXalAccess::UpdateConfigElement, R"({"name":"B","id":"7"})");
+    write(&CdxXalAccess::CreateNewCdxTriggerElement, R"({"name":"C"})");
+    connection->answer(500);
+    connection->answer(200);
+    connection->answer(201, R"({"id":"8","uri":"/u"})");
+
+    EXPECT_THAT(callback->calls, ElementsAre(R"(CdxConfigCreateStatus 0 {"name":"A"})", "CdxConfigUpdateStatus 1 B",
+                                             R"(CdxTriggerCreateStatus 1 {"id":"8","name":"C","uri":"/u"})"));
+}
+
+TEST_F(CdxXalAccessWritesTest, ADeleteIsAddressedByTheDocumentsIdAndReadsNothingElse) {
+    connect();
+
+    write(&CdxXalAccess::DeleteConfig, R"({"id":"7","name":"A","elementId":"not a number"})");
+
+    EXPECT_THAT(journal(), ElementsAre("remove cdxConfig/7"));
+    EXPECT_THAT(log.outlines(),
+                ElementsAre("7 CdxXalAccess::DeleteConfig: ",
+                            "5 CdxXalAccess::DeleteConfig Clearing cdxconfig element at server side for "));
+}
+
+TEST_F(CdxXalAccessWritesTest, ADeleteWithoutAnIdIsSentWithoutOne) {
+    connect();
+
+    write(&CdxXalAccess::DeleteConfig, "{}");
+
+    EXPECT_THAT(journal(), ElementsAre("remove cdxConfig"));
+}
+
+TEST_F(CdxXalAccessWritesTest, ADeletesOutcomeIsOnlyLogged) {
+    connect();
+    write(&CdxXalAccess::DeleteConfig, R"({"id":"7"})");
+    write(&CdxXalAccess::DeleteConfig, R"({"id":"8"})");
+    clearRecords();
+
+    connection->answer(204);
+    connection->answer(404);
+
+    EXPECT_THAT(
+        log.outlines(),
+        ElementsAre("5 CdxXalAccess::DeleteConfig[] Cleared CDX Config  element",
+                    "3 CdxXalAccess::DeleteConfig[]: Error in deleting cdx Config element, response code = 404"));
+    EXPECT_THAT(callback->calls, IsEmpty());
+}
+
+TEST_F(CdxXalAccessWritesTest, AFailedCreateCanBeReportedFromOutside) {
+    access->AssignCallback(callback);
+
+    access->reportCreateFailed(&zepclient::CdxXalCallback::CdxTriggerCreateStatus, "A");
+
+    EXPECT_THAT(callback->calls, ElementsAre(R"(CdxTriggerCreateStatus 0 {"name":"A"})"));
+}
+
+} // namespace

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <oru/Json.h>
+
+#include <string>
+
+namespace cdxtest {
+
+/// A document from its text.
+oru::Json::Value documentOf(const std::string& json);
+/// Compact text of a document, keys in byte order.
+std::string textOf(const oru::Json::Value& document);
+
+} // namespace cdxtest
