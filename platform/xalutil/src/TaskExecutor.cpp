@@ -185,4 +185,8 @@ bool StopCallback::isStopRequested() {
     return stopCallbacksHere != nullptr && (*stopCallbacksHere)->isCalled();
 }
 
+bool SingleThreadAsyncTaskExecutor::isRunningHere() const {
+    return m_state->isOwnThread();
+}
+
 } // namespace xalutil

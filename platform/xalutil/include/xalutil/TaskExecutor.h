@@ -38,6 +38,8 @@ public:
 
     void execute(std::function<void()> task) override;
     void stop() override;
+    /// Whether the caller is one of this executor's tasks.
+    bool isRunningHere() const;
 
 private:
     struct State;
