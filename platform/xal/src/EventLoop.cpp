@@ -9,6 +9,7 @@ namespace xal {
 namespace {
 
 constexpr std::size_t longestThreadName = 15;
+constexpr std::chrono::milliseconds pauseBetweenRecoveries(50);
 
 } // namespace
 
@@ -39,9 +40,9 @@ void EventLoop::run(const std::function<void(const std::string&)>& onFailure) {
                 runSome();
                 return;
             } catch (const std::exception& e) {
-                onFailure(e.what());
+                recover(onFailure, e.what());
             } catch (...) {
-                onFailure("what is no std::exception");
+                recover(onFailure, "what is no std::exception");
             }
         }
     };
@@ -57,6 +58,22 @@ void EventLoop::run(const std::function<void(const std::string&)>& onFailure) {
         const std::lock_guard<std::mutex> lock(m_context->mutex);
         m_context->isOver = true;
         m_context->ended.notify_all();
+    }
+}
+
+void EventLoop::recover(const std::function<void(const std::string&)>& onFailure, const char* what) {
+    // What failed is mostly memory, and recovering needs some too: it may have to wait for it.
+    for (;;) {
+        try {
+            return onFailure(what);
+        } catch (...) {
+            {
+                const std::lock_guard<std::mutex> lock(m_context->mutex);
+                if (!m_context->guard)
+                    return;
+            }
+            std::this_thread::sleep_for(pauseBetweenRecoveries);
+        }
     }
 }
 

@@ -10,8 +10,8 @@ namespace xal {
 /// One thread that waits for sockets, timers and posted functions, and runs what belongs to them one at a time. Built
 /// on Asio, which only EventLoopContext.h shows.
 ///
-/// The thread keeps the loop alive. What a function throws is given to `onFailure` on the same thread, and the loop
-/// goes on.
+/// The thread keeps the loop alive. What a function throws is given to `onFailure` on the same thread, again
+/// and again until that does not throw itself, and the loop goes on.
 class EventLoop : public std::enable_shared_from_this<EventLoop> {
 public:
     struct Context;
@@ -40,6 +40,7 @@ public:
 private:
     EventLoop();
     void run(const std::function<void(const std::string&)>& onFailure);
+    void recover(const std::function<void(const std::string&)>& onFailure, const char* what);
 
     std::unique_ptr<Context> m_context;
 };

@@ -325,36 +325,33 @@ void ServiceLink::channelDeadline() {
     m_channel->close(normalClosure, "a subscription was not answered", goodbye);
 }
 
+// May throw for want of memory, and is then called again by loopFailed(): what must not be done twice comes last.
 void ServiceLink::channelClosed(const std::string& reason) {
     m_channel = nullptr;
-    if (!m_isConnected) {
-        if (!m_isShutDown)
-            retryLater(reason);
-        return;
+    if (m_isConnected) {
+        m_table.disconnected();
+        if (m_logger->isDebug())
+            m_logger->debug("lost " + place() + " after " + took(m_since) + ": " + reason);
+        for (const auto& listener : m_listeners) {
+            m_inbox->push("disconnected", [listener] {
+                if (listener->disconnected)
+                    listener->disconnected();
+            });
+        }
+        m_isConnected = false;
+        m_backoff.noteConnection(Clock::now() - m_since);
+        m_since = Clock::now();
     }
-    m_isConnected = false;
-    m_backoff.noteConnection(Clock::now() - m_since);
-    m_table.disconnected();
-    if (m_logger->isDebug())
-        m_logger->debug("lost " + place() + " after " + took(m_since) + ": " + reason);
-    if (m_isShutDown)
-        return;
-    for (const auto& listener : m_listeners) {
-        m_inbox->push("disconnected", [listener] {
-            if (listener->disconnected)
-                listener->disconnected();
-        });
-    }
-    m_since = Clock::now();
-    retryLater(reason);
+    if (!m_isShutDown)
+        retryLater(reason);
 }
 
 void ServiceLink::loopFailed(const std::string& what) {
-    m_logger->error("connection to " + place() + " given up: " + what);
     if (m_channel)
         m_channel->abort(what);
-    else if (!m_isShutDown)
-        retryLater(what);
+    else
+        channelClosed(what);
+    m_logger->error("connection to " + place() + " given up: " + what);
 }
 
 void ServiceLink::beginClose() {

@@ -32,7 +32,9 @@ struct Task {
 
 } // namespace
 
-Tasks::Tasks(std::shared_ptr<xalutil::ITaskExecutor> executor) : m_executor(std::move(executor)) {
+Tasks::Tasks(std::shared_ptr<xalutil::ITaskExecutor> executor)
+    : m_executor(std::move(executor)),
+      m_known(dynamic_cast<const xalutil::SingleThreadAsyncTaskExecutor*>(m_executor.get())) {
     if (!m_executor)
         throw std::invalid_argument("a service registry needs a task executor");
 }
@@ -59,7 +61,7 @@ void Tasks::report(const std::string& text) {
 }
 
 bool Tasks::isHere() const {
-    return executorHere == m_executor.get();
+    return executorHere == m_executor.get() || (m_known != nullptr && m_known->isRunningHere());
 }
 
 bool Tasks::isStopped() {

@@ -20,13 +20,14 @@ public:
     /// Lets the executor's logger have what a handler threw, where it cannot be thrown to it.
     void report(const std::string& text);
 
-    /// Whether the caller is one of the executor's tasks.
+    /// Whether the caller is one of the executor's tasks; one of this framework's, where the executor cannot tell.
     bool isHere() const;
     /// Whether the executor drops its tasks. Exact when asked by one of its tasks.
     bool isStopped();
 
 private:
     std::shared_ptr<xalutil::ITaskExecutor> m_executor;
+    const xalutil::SingleThreadAsyncTaskExecutor* m_known; ///< the same, where it knows its own thread
 };
 
 /// What a handler threw, in one line: `where`, and the reason where there is one. Inside a catch clause only.
