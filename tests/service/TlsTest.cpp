@@ -1,0 +1,180 @@
+#include "ServiceFixture.h"
+
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+
+#include <arpa/inet.h>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace cdxservice {
+namespace {
+
+template <class T, void (*release)(T*)>
+struct Release {
+    void operator()(T* object) const { release(object); }
+};
+using Key = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY, EVP_PKEY_free>>;
+using Certificate = std::unique_ptr<X509, Release<X509, X509_free>>;
+using Context = std::unique_ptr<SSL_CTX, Release<SSL_CTX, SSL_CTX_free>>;
+using Session = std::unique_ptr<SSL, Release<SSL, SSL_free>>;
+
+/// A key, a certificate that it signed itself and a token, in files that go with the object.
+class Credentials {
+public:
+    Credentials() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "cdx-tls-XXXXXX").string();
+        m_folder = ::mkdtemp(pattern.data());
+        const Key key(EVP_EC_gen("P-256"));
+        const Certificate certificate(X509_new());
+        X509_set_version(certificate.get(), 2);
+        ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 1);
+        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -60);
+        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600);
+        X509_set_pubkey(certificate.get(), key.get());
+        X509_NAME* name = X509_get_subject_name(certificate.get());
+        const unsigned char common[] = "localhost";
+        X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, common, -1, -1, 0);
+        X509_set_issuer_name(certificate.get(), name);
+        X509_sign(certificate.get(), key.get(), EVP_sha256());
+        std::FILE* file = std::fopen(keyFile().c_str(), "w");
+        PEM_write_PrivateKey(file, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+        std::fclose(file);
+        file = std::fopen(certificateFile().c_str(), "w");
+        PEM_write_X509(file, certificate.get());
+        std::fclose(file);
+        std::ofstream(tokenFile()) << "s3cret";
+    }
+    ~Credentials() { std::filesystem::remove_all(m_folder); }
+
+    std::string keyFile() const { return m_folder + "/key.pem"; }
+    std::string tokenFile() const { return m_folder + "/token"; }
+    std::string certificateFile() const { return m_folder + "/certificate.pem"; }
+
+private:
+    std::string m_folder;
+};
+
+class Tls : public ServiceFixture {
+protected:
+    Tls() {
+        options.tlsCertificateFile = credentials.certificateFile();
+        options.tlsKeyFile = credentials.keyFile();
+    }
+
+    /// One exchange over TLS, read to the end that the service makes.
+    std::string exchange(const std::string& bytes, int highestVersion = TLS1_3_VERSION) {
+        const Context context(SSL_CTX_new(TLS_client_method()));
+        SSL_CTX_set_max_proto_version(context.get(), highestVersion);
+        SSL_CTX_set_security_level(context.get(), 0);
+        const cdxtest::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(server->port());
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const timeval patience = {20, 0};
+        ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            return "not connected";
+        }
+        const Session session(SSL_new(context.get()));
+        SSL_set_fd(session.get(), socket.get());
+        if (SSL_connect(session.get()) != 1) {
+            return "no handshake";
+        }
+        SSL_write(session.get(), bytes.data(), static_cast<int>(bytes.size()));
+        std::string answer;
+        char buffer[4096];
+        for (;;) {
+            const int read = SSL_read(session.get(), buffer, sizeof buffer);
+            if (read <= 0) {
+                return SSL_get_error(session.get(), read) == SSL_ERROR_ZERO_RETURN ? answer : answer + " (cut off)";
+            }
+            answer.append(buffer, static_cast<std::size_t>(read));
+        }
+    }
+
+    Credentials credentials;
+};
+
+TEST_F(Tls, CarriesRequestsAndNamesItsScheme) {
+    EXPECT_EQ(server->uri().substr(0, 8), "https://");
+    const std::string answer =
+        exchange("GET /registry/CarDataExchange HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+    EXPECT_EQ(answer.substr(0, 15), "HTTP/1.1 200 OK");
+    EXPECT_NE(answer.find(R"("uri":"https://localhost"})"), std::string::npos);
+    EXPECT_EQ(answer.find("(cut off)"), std::string::npos);
+}
+
+TEST_F(Tls, TakesOnlyPagesOfItsSchemeForItsOwn) {
+    const auto post = [&](const std::string& origin) {
+        return exchange("POST /CarDataExchange/cdxConfig HTTP/1.1\r\nHost: localhost\r\nConnection: "
+                        "close\r\nContent-Type: application/json\r\n"
+                        "Content-Length: 2\r\nOrigin: " +
+                        origin + "://localhost\r\n\r\n{}")
+            .substr(9, 3);
+    };
+    EXPECT_EQ(post("https"), "201");
+    EXPECT_EQ(post("http"), "403");
+}
+
+TEST_F(Tls, CarriesChannels) {
+    const std::string close("\x88\x82"
+                            "abcd"
+                            "\x62\x8a",
+                            8); // 1000, masked
+    const std::string answer = exchange(
+        "GET /CarDataExchange HTTP/1.1\r\nHost: localhost\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+        "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Protocol: "
+        "cdx.v1\r\n\r\n" +
+        cdxtest::encode({cdxtest::Opcode::text, R"({"op":"subscribe","sub":1,"resource":"cdxData"})"}, true) + close);
+    EXPECT_EQ(answer.substr(0, 12), "HTTP/1.1 101");
+    EXPECT_NE(answer.find("subscribed"), std::string::npos);
+    EXPECT_EQ(answer.substr(answer.size() - 4), std::string("\x88\x02\x03\xe8"));
+}
+
+TEST_F(Tls, CarriesLargeAnswersWhole) {
+    const std::string body = R"({"recordBody":")" + std::string(500'000, 'x') + "\"}";
+    const std::string answer = exchange("POST /CarDataExchange/cdxConfig HTTP/1.1\r\nHost: localhost\r\nConnection: "
+                                        "close\r\nContent-Type: application/json\r\n"
+                                        "Content-Length: " +
+                                        std::to_string(body.size()) + "\r\n\r\n" + body);
+    EXPECT_EQ(answer.substr(9, 3), "201");
+    EXPECT_GT(answer.size(), 500'000u);
+}
+
+TEST_F(Tls, SpeaksNothingElse) {
+    EXPECT_EQ(client->exchange("GET /health HTTP/1.1\r\n" + host() + "\r\n").status, 0);
+    EXPECT_EQ(exchange("", TLS1_1_VERSION), "no handshake");
+}
+
+TEST_F(Tls, MarksItsCookieAsSecure) {
+    options.tokenFile = credentials.tokenFile();
+    startService();
+    const std::string answer = exchange("POST /session HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n"
+                                        "Authorization: Bearer s3cret\r\n\r\n");
+    EXPECT_EQ(answer.substr(9, 3), "204");
+    EXPECT_NE(answer.find("; Secure"), std::string::npos);
+}
+
+TEST_F(Tls, NeedsACertificateAndItsKey) {
+    ServerOptions wrong;
+    wrong.tlsCertificateFile = credentials.certificateFile();
+    EXPECT_THROW(Server(wrong).start(), std::runtime_error);
+    wrong.tlsKeyFile = credentials.certificateFile();
+    EXPECT_THROW(Server(wrong).start(), std::runtime_error);
+    wrong.tlsKeyFile = Credentials().keyFile();
+    EXPECT_THROW(Server(wrong).start(), std::runtime_error);
+    const Credentials other;
+    wrong.tlsKeyFile = other.keyFile();
+    EXPECT_THROW(Server(wrong).start(), std::runtime_error) << "a key of another certificate";
+}
+
+} // namespace
+} // namespace cdxservice
