@@ -253,17 +253,15 @@ void ServiceLink::attempt() {
         m_context->managers->add(m_settings.address.service, m_manager);
         m_channel = Channel::open(m_loop, options, weak_from_this());
     } catch (const std::exception& e) {
-        m_channel = nullptr;
-        retryLater(e.what());
+        channelClosed(e.what());
     }
 }
 
-void ServiceLink::retryLater(const std::string& reason) {
+void ServiceLink::retryLater(const std::string& happened) {
     const auto delay = m_backoff.next();
     if (m_logger->isDebug())
-        m_logger->debug("no connection to " + place() + " after " + took(m_since) + ": " + reason +
-                        "; next attempt in " + std::to_string(std::chrono::duration_cast<milliseconds>(delay).count()) +
-                        " ms");
+        m_logger->debug(happened + "; next attempt in " +
+                        std::to_string(std::chrono::duration_cast<milliseconds>(delay).count()) + " ms");
     m_retry->start(delay, [this] { attempt(); });
 }
 
@@ -328,10 +326,10 @@ void ServiceLink::channelDeadline() {
 // May throw for want of memory, and is then called again by loopFailed(): what must not be done twice comes last.
 void ServiceLink::channelClosed(const std::string& reason) {
     m_channel = nullptr;
+    const std::string happened =
+        (m_isConnected ? "lost " : "no connection to ") + place() + " after " + took(m_since) + ": " + reason;
     if (m_isConnected) {
         m_table.disconnected();
-        if (m_logger->isDebug())
-            m_logger->debug("lost " + place() + " after " + took(m_since) + ": " + reason);
         for (const auto& listener : m_listeners) {
             m_inbox->push("disconnected", [listener] {
                 if (listener->disconnected)
@@ -340,10 +338,11 @@ void ServiceLink::channelClosed(const std::string& reason) {
         }
         m_isConnected = false;
         m_backoff.noteConnection(Clock::now() - m_since);
-        m_since = Clock::now();
     }
     if (!m_isShutDown)
-        retryLater(reason);
+        retryLater(happened);
+    else if (m_logger->isDebug())
+        m_logger->debug(happened);
 }
 
 void ServiceLink::loopFailed(const std::string& what) {

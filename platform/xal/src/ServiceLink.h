@@ -81,7 +81,7 @@ private:
 
     void attempt();
     std::string findBaseUri(Clock::time_point deadline);
-    void retryLater(const std::string& reason);
+    void retryLater(const std::string& happened);
     void tellConnected(const std::shared_ptr<Listener>& listener);
     void afterConnected();
     void watchSubscriptions();
