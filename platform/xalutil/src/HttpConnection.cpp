@@ -47,7 +47,8 @@ std::vector<IPAddress> resolve(const std::string& host) {
         return {literal};
     std::vector<IPAddress> addresses;
     // Without the hint that hides loopback addresses from a computer that has no others.
-    for (const IPAddress& address : Poco::Net::DNS::hostByName(host, Poco::Net::DNS::DNS_HINT_NONE).addresses())
+    const Poco::Net::HostEntry entry = Poco::Net::DNS::hostByName(host, Poco::Net::DNS::DNS_HINT_NONE);
+    for (const IPAddress& address : entry.addresses())
         if (std::find(addresses.begin(), addresses.end(), address) == addresses.end())
             addresses.push_back(address);
     return addresses;
@@ -99,6 +100,13 @@ StreamSocket connectTo(const HttpServer& server, const Interruption& interruptio
         }
     }
 }
+
+/// A session over a connection that is there already.
+class SecuredSession : public Poco::Net::HTTPSClientSession {
+public:
+    using HTTPSClientSession::attachSocket;
+    using HTTPSClientSession::HTTPSClientSession;
+};
 
 /// Why the last certificate was refused on this thread.
 thread_local std::string refusal;
@@ -183,8 +191,9 @@ struct HttpConnection::Session {
         }
         // An address is no server name.
         const std::string serverName = isAddress(server.host) ? std::string() : server.host;
-        session = std::make_unique<Poco::Net::HTTPSClientSession>(
-            SecureStreamSocket::attach(plain, serverName, trust->context));
+        auto secured = std::make_unique<SecuredSession>(trust->context);
+        secured->attachSocket(SecureStreamSocket::attach(plain, serverName, trust->context));
+        session = std::move(secured);
     }
 
     /// Runs one call of the socket, which gives a number of bytes, or a negative one that says what it waits for.
