@@ -169,14 +169,17 @@ TEST_F(ProcessEndDeathTest, ExecutorMadeAfterTheExitHandlerDropsItsTasks) {
 TEST_F(ProcessEndDeathTest, ForkedChildEndsWithoutWaitingForThreadsThatItDoesNotHave) {
     EXPECT_EXIT(
         {
-            const SingleThreadAsyncTaskExecutor executor("parents", nullptr);
+            // Whoever waited for these threads would do so for a second each.
+            const SingleThreadAsyncTaskExecutor first("first", nullptr);
+            const SingleThreadAsyncTaskExecutor second("second", nullptr);
+            const SingleThreadAsyncTaskExecutor third("third", nullptr);
             const auto begin = Clock::now();
             const pid_t child = ::fork();
             if (child == 0)
                 std::exit(ownStatus);
             int status = 0;
             ::waitpid(child, &status, 0);
-            const bool isPrompt = Clock::now() - begin < std::chrono::milliseconds(900);
+            const bool isPrompt = Clock::now() - begin < std::chrono::milliseconds(2'500);
             std::_Exit(WIFEXITED(status) && isPrompt ? WEXITSTATUS(status) : 1);
         },
         ExitedWithCode(ownStatus), "");
