@@ -15,10 +15,10 @@ public:
         m_changed.notify_all();
     }
 
-    /// Waits for it; false when it did not happen within `patience`.
-    bool await(std::chrono::milliseconds patience = std::chrono::milliseconds(10'000)) {
+    /// Waits for it; false when it did not happen in time.
+    bool await(std::chrono::milliseconds within = std::chrono::milliseconds(10'000)) {
         std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, patience, [this] { return m_isSet; });
+        return m_changed.wait_for(lock, within, [this] { return m_isSet; });
     }
 
     bool isSet() {

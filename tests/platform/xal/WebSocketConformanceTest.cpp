@@ -41,7 +41,7 @@ public:
                 return;
             m_subscription = service->connection->subscribe(
                 {xal::SubscribeRequest::RESOURCE, "CarDataExchange", "cdxConfig"}, [this](const xal::Event& event) {
-                    if (event.kind == xal::Event::CHANGED && event.id == "e" + std::to_string(m_taken))
+                    if (event.element && event.element->getString("id") == "e" + std::to_string(m_taken))
                         ++m_taken;
                 });
         };

@@ -29,6 +29,9 @@ namespace detail {
 /// The part of `uri` after its last slash or backslash; all of it where it has neither.
 std::string lastPartOf(const std::string& uri);
 std::shared_ptr<xalutil::JsonObject> parseObject(const std::string& text);
+/// Hands those of id, name and uri that `json` has to the descriptor. Throws when one is no string; what was read
+/// before it stays.
+void readIdentity(const xalutil::JsonObject& json, XObjectDescriptor& descriptor);
 } // namespace detail
 
 /// An element as a service delivers it: a descriptor that holds its values, and the JSON object that it was last filled
@@ -84,12 +87,7 @@ private:
         if (!json)
             return;
         m_json = std::move(json);
-        if (m_json->has("id"))
-            m_descriptor.setId(m_json->getString("id"));
-        if (m_json->has("name"))
-            m_descriptor.setName(m_json->getString("name"));
-        if (m_json->has("uri"))
-            m_descriptor.setUri(m_json->getString("uri"));
+        detail::readIdentity(*m_json, m_descriptor);
     }
 
     std::shared_ptr<xalutil::JsonObject> m_json;
