@@ -125,14 +125,14 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
         m_logger->warning(message);
     }
 
-    static void read(const xalutil::JsonObject& json, const std::string& key, std::string& value) {
-        value = json.getString(key);
-    }
-    static void read(const xalutil::JsonObject& json, const std::string& key, std::int64_t& value) {
-        value = json.getInt64(key);
-    }
-    static void read(const xalutil::JsonObject& json, const std::string& key, bool& value) {
-        value = json.getBool(key);
+    template <class T>
+    static T readScalar(const xalutil::JsonObject& json, const std::string& key) {
+        if constexpr (std::is_same_v<T, bool>)
+            return json.getBool(key);
+        else if constexpr (std::is_same_v<T, std::int64_t>)
+            return json.getInt64(key);
+        else
+            return json.getString(key);
     }
 
     template <class T>
@@ -145,39 +145,41 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
             return "std::string";
     }
 
+    static Strings readStrings(const xalutil::JsonObject& json, const std::string& key) {
+        const auto array = json.getArray(key);
+        const std::size_t size = array->size();
+        Strings strings;
+        strings.reserve(size);
+        for (std::size_t index = 0; index < size; ++index) {
+            try {
+                strings.push_back(array->getString(index));
+            } catch (const std::exception& error) {
+                warn(__LINE__, "could not get ", key, " as std::string, exception=", error.what());
+            }
+        }
+        return strings;
+    }
+
     template <class Descriptor, class T>
     static void fillField(Descriptor & descriptor, const Field<Descriptor, T>& field, std::uint32_t bit,
                           const xalutil::JsonObject& json) {
-        T value{};
         if constexpr (std::is_same_v<T, Strings>) {
-            const auto array = json.getArray(field.key);
-            const std::size_t size = array->size();
-            value.reserve(size);
-            for (std::size_t index = 0; index < size; ++index) {
-                try {
-                    value.push_back(array->getString(index));
-                } catch (const std::exception& error) {
-                    warn(__LINE__, "could not get ", field.key, " as std::string, exception=", error.what());
-                }
-            }
+            setLeavingFilterPending(descriptor, field, bit, readStrings(json, field.key));
         } else if constexpr (std::is_enum_v<T>) {
             const std::string literal = json.getString(field.key);
-            const auto& values = detail::valuesOf(value);
+            const auto& values = detail::valuesOf(T{});
             const auto found = values.find(literal.c_str());
-            if (found == values.end() || found->first != literal) { // the table's order stops at a null character
+            if (found == values.end() || found->first != literal) // the table's order stops at a null character
                 warn(__LINE__, "unknown enum value in ", field.key);
-                return;
-            }
-            value = found->second;
+            else
+                setLeavingFilterPending(descriptor, field, bit, T{found->second});
         } else {
             try {
-                read(json, field.key, value);
+                setLeavingFilterPending(descriptor, field, bit, readScalar<T>(json, field.key));
             } catch (const std::exception& error) {
                 warn(__LINE__, "could not get ", field.key, " as ", typeWord<T>(), ", exception=", error.what());
-                return;
             }
         }
-        setLeavingFilterPending(descriptor, field, bit, std::move(value));
     }
 
     /// `fillIdentity` is the template's own fill.
@@ -302,7 +304,8 @@ void CardataexchangeService::createLoggerIfNeeded() {
     }                                                                                                        \
                                                                                                              \
     CardataexchangeService::Element::Element(std::shared_ptr<xalutil::JsonObject> json) : XObject(json) {    \
-        Element::fillFromJson(std::move(json));                                                              \
+        if (json) /* whose identity the template has read: a second time it would read the same */           \
+            Frame::fill(descriptor(), *json, [] {});                                                         \
     }                                                                                                        \
     CDX_DEFINE_VALUE_CLASS(Element)                                                                          \
     const std::string& CardataexchangeService::Element::getServiceName() {                                   \

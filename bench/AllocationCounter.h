@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdint>
+
+namespace cdxbench {
+
+/// How many times the program has allocated through `new` so far, on all threads.
+std::uint64_t allocationCount();
+
+} // namespace cdxbench
