@@ -74,11 +74,8 @@ ConformanceResult play(const ConformanceCase& played, WebSocketPeer& peer,
         if (frame->opcode == Opcode::pong && frame->payload == theEnd)
             peer.close(1000);
     }
-    // A server ends the connection first, its client last.
-    if (peer.isClient() || !staysOpen)
-        result.ended = peer.tcp().readToEnd();
-    else
-        result.ended = result.close != 0;
+    // It is the server's to end the connection first, its client waits for that.
+    result.ended = peer.isClient() ? peer.tcp().readToEnd() : result.close != 0;
     peer.tcp().close();
     return result;
 }

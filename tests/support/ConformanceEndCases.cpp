@@ -76,12 +76,14 @@ void closeCases(const Dialect& dialect, const CaseVisitor& visit) {
     visit(Script(dialect, "7.5.1", "close with a reason that is no UTF-8")
               .send(closing(closePayload(1000, "\xce\xba\xe1\xbd\xb9\xed\xa0\x80")))
               .closes(1007)
+              .closes(1002)
+              .reason("either code names what is wrong")
               .written());
 
     const auto codes = [&](const char* prefix, std::initializer_list<unsigned> sent, bool areValid) {
-        int number = 0;
+        int index = 0;
         for (const unsigned code : sent) {
-            visit(Script(dialect, prefix + std::to_string(++number), "close with code " + std::to_string(code))
+            visit(Script(dialect, prefix + std::to_string(++index), "close with code " + std::to_string(code))
                       .send(closing(closePayload(code)))
                       .closes(areValid ? code : 1002)
                       .written());
@@ -89,7 +91,15 @@ void closeCases(const Dialect& dialect, const CaseVisitor& visit) {
     };
     codes("7.7.", {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1010, 1011, 3000, 3999, 4000, 4999}, true);
     codes("7.9.", {0, 999, 1004, 1005, 1006, 1016, 1100, 2000, 2999}, false);
-    codes("7.13.", {5000, 65535}, false);
+    int number = 0;
+    for (const unsigned code : {5000U, 65535U}) {
+        visit(Script(dialect, "7.13." + std::to_string(++number), "close with code " + std::to_string(code))
+                  .send(closing(closePayload(code)))
+                  .closes(1002)
+                  .closes(code)
+                  .reason("what to do with such a code is left open; it ends the connection either way")
+                  .written());
+    }
 }
 
 void limitCases(const Dialect& dialect, const CaseVisitor& visit) {
