@@ -12,7 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Each test ends a process of its own, by exit() with a status that must come through.
+// Each test ends a process of its own, by exit() with a status that must come through. exit() does not destroy local
+// objects: what stands in a test's body is what an application left running.
 namespace {
 
 using cdxtest::Event;
@@ -42,9 +43,9 @@ TEST_F(ProcessEndDeathTest, ExecutorIsStoppedBeforeAnyOlderStaticObjectGoes) {
     EXPECT_EXIT(
         {
             static const OlderStatic older;
-            auto* const executor = new SingleThreadAsyncTaskExecutor("left", nullptr);
+            SingleThreadAsyncTaskExecutor executor("left", nullptr);
             Event isRunning;
-            executor->execute([&isRunning] {
+            executor.execute([&isRunning] {
                 Event isTold;
                 const StopCallback onStop([&isTold] { isTold.set(); });
                 isRunning.set();
@@ -61,13 +62,13 @@ TEST_F(ProcessEndDeathTest, StuckTaskIsWaitedForAtMostASecond) {
     const auto begin = Clock::now();
     EXPECT_EXIT(
         {
-            auto* const executor = new SingleThreadAsyncTaskExecutor("stuck", nullptr);
-            auto* const isRunning = new Event;
-            executor->execute([isRunning] {
-                isRunning->set();
-                (new Event)->await(std::chrono::minutes(1));
+            SingleThreadAsyncTaskExecutor executor("stuck", nullptr);
+            Event isRunning;
+            executor.execute([&isRunning] {
+                isRunning.set();
+                Event().await(std::chrono::minutes(1));
             });
-            isRunning->await();
+            isRunning.await();
             std::exit(ownStatus);
         },
         ExitedWithCode(ownStatus), "");
@@ -91,12 +92,12 @@ TEST_F(ProcessEndDeathTest, AfterTheExitHandlerStopAndDestructorWaitForNobody) {
         {
             static StopsWhenDestroyed older;
             older.executor = std::make_unique<SingleThreadAsyncTaskExecutor>("stuck", nullptr);
-            auto* const isRunning = new Event;
-            older.executor->execute([isRunning] {
-                isRunning->set();
-                (new Event)->await(std::chrono::minutes(1));
+            Event isRunning;
+            older.executor->execute([&isRunning] {
+                isRunning.set();
+                Event().await(std::chrono::minutes(1));
             });
-            isRunning->await();
+            isRunning.await();
             std::exit(ownStatus);
         },
         ExitedWithCode(ownStatus), "waited for nobody;");
@@ -105,11 +106,11 @@ TEST_F(ProcessEndDeathTest, AfterTheExitHandlerStopAndDestructorWaitForNobody) {
 TEST_F(ProcessEndDeathTest, HooksAreCalledAfterTheExecutorsStoppedYoungestFirst) {
     EXPECT_EXIT(
         {
-            auto* const executor = new SingleThreadAsyncTaskExecutor("left", nullptr);
+            SingleThreadAsyncTaskExecutor executor("left", nullptr);
             Event isRunning;
-            new ProcessEndHook([] { say("first hook;"); });
-            new ProcessEndHook([] { say("second hook;"); });
-            executor->execute([&isRunning] {
+            const ProcessEndHook first([] { say("first hook;"); });
+            const ProcessEndHook second([] { say("second hook;"); });
+            executor.execute([&isRunning] {
                 Event isTold;
                 const StopCallback onStop([&isTold] { isTold.set(); });
                 isRunning.set();
@@ -125,7 +126,7 @@ TEST_F(ProcessEndDeathTest, HooksAreCalledAfterTheExecutorsStoppedYoungestFirst)
 TEST_F(ProcessEndDeathTest, HookThatIsGoneIsNotCalled) {
     EXPECT_EXIT(
         {
-            new ProcessEndHook([] { say("hook;"); });
+            const ProcessEndHook kept([] { say("hook;"); });
             {
                 const ProcessEndHook gone([] { std::_Exit(1); });
             }
