@@ -54,7 +54,8 @@ test-tsan: setup ## All tests under ThreadSanitizer
 
 .PHONY: bench
 bench: setup-tools ## Measure (preset release)
-	@$(call build,release,--target bench)
+	@$(call build,release,--target bench-programs)
+	cmake --build --preset release --target bench
 
 .PHONY: lint
 lint: setup-tools ## Check format, clang-tidy's findings and the tree's own rules
