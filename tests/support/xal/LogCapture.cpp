@@ -2,7 +2,9 @@
 
 #include <oru/Log.h>
 
+#include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <stdexcept>
 
 namespace cdxtest {
@@ -74,10 +76,7 @@ LogLine takeApart(int level, const std::string& text) {
 LogCapture::LogCapture(int reportingLevel, int fileOutputLevel) {
     oru::Log::setReportingLevel(reportingLevel);
     oru::Log::setFileOutputLevel(fileOutputLevel);
-    oru::Log::setSink([this](int level, const std::string& line) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_lines.emplace_back(level, line);
-    });
+    oru::Log::setSink([this](int level, const std::string& text) { take(level, text); });
 }
 
 LogCapture::~LogCapture() {
@@ -96,12 +95,37 @@ void LogCapture::clear() {
     m_lines.clear();
 }
 
+void LogCapture::take(int level, const std::string& text) {
+    const LogLine line = takeApart(level, text);
+    std::shared_ptr<Observer> observer;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines.push_back(line);
+        observer = m_observer.lock();
+    }
+    m_written.notify_all();
+    if (observer)
+        (*observer)(line);
+}
+
+bool LogCapture::waitFor(const std::string& outline) const {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_written.wait_for(lock, std::chrono::seconds(20), [&] {
+        return std::any_of(m_lines.begin(), m_lines.end(),
+                           [&](const LogLine& line) { return line.outline() == outline; });
+    });
+}
+
+std::shared_ptr<void> LogCapture::observe(std::function<void(const LogLine&)> observer) {
+    auto kept = std::make_shared<Observer>(std::move(observer));
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_observer = kept;
+    return kept;
+}
+
 std::vector<LogLine> LogCapture::lines() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<LogLine> lines;
-    for (const auto& [level, text] : m_lines)
-        lines.push_back(takeApart(level, text));
-    return lines;
+    return m_lines;
 }
 
 std::vector<std::string> LogCapture::outlines(std::optional<int> level) const {

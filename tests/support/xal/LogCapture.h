@@ -1,5 +1,8 @@
 #pragma once
 
+#include <condition_variable>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -45,10 +48,20 @@ public:
     std::vector<std::string> outlinesOf(const std::string& operation) const;
     /// The first line with this message. Throws std::out_of_range where there is none.
     LogLine line(const std::string& message) const;
+    /// Waits until a line with this outline has been written; false after 20 seconds without one.
+    bool waitFor(const std::string& outline) const;
+    /// Calls `observer` for every line, on the thread that writes it, for as long as the result is kept.
+    [[nodiscard]] std::shared_ptr<void> observe(std::function<void(const LogLine&)> observer);
 
 private:
+    using Observer = std::function<void(const LogLine&)>;
+
+    void take(int level, const std::string& text);
+
     mutable std::mutex m_mutex;
-    std::vector<std::pair<int, std::string>> m_lines;
+    mutable std::condition_variable m_written;
+    std::vector<LogLine> m_lines;
+    std::weak_ptr<Observer> m_observer;
 };
 
 } // namespace cdxtest
