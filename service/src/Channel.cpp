@@ -227,6 +227,7 @@ void Channel::write() {
 void Channel::written() {
     m_writing = false;
     m_out.clear();
+    m_out.shrink();
     if (m_phase == Phase::Ending) {
         m_phase = Phase::Draining;
         m_transport->endSending(shared_from_this());

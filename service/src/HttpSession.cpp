@@ -323,6 +323,9 @@ void HttpSession::written() {
         drain();
         return;
     }
+    if (unread().empty()) {
+        m_out.shrink();
+    }
     process();
 }
 

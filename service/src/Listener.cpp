@@ -1,6 +1,7 @@
 #include "Listener.h"
 
 #include <cerrno>
+#include <exception>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -8,7 +9,7 @@
 
 namespace cdxservice {
 
-namespace tcp = boost::asio::ip;
+namespace ip = boost::asio::ip;
 
 namespace {
 
@@ -16,14 +17,14 @@ constexpr int acceptedInARow = 64;
 constexpr std::chrono::milliseconds retryAfter(100);
 
 /// accept4 and socket take the flag along: between two calls another thread could start a program.
-int openSocket(const tcp::tcp& protocol) {
+int openSocket(const ip::tcp& protocol) {
     return ::socket(protocol.family(), protocol.type() | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol.protocol());
 }
 
 } // namespace
 
 Listener::Listener(boost::asio::io_context& io, const boost::asio::ip::address& address, std::uint16_t port)
-    : m_io(io), m_acceptor(io), m_retry(io), m_protocol(address.is_v6() ? tcp::tcp::v6() : tcp::tcp::v4()) {
+    : m_io(io), m_acceptor(io), m_retry(io), m_protocol(address.is_v6() ? ip::tcp::v6() : ip::tcp::v4()) {
     const auto fail = [&](const std::string& why) {
         throw std::runtime_error("cannot listen on " + address.to_string() + ", port " + std::to_string(port) + ": " +
                                  why);
@@ -35,7 +36,7 @@ Listener::Listener(boost::asio::io_context& io, const boost::asio::ip::address& 
     }
     if (!error) {
         // A service that comes back finds its port although its old connections are not all forgotten.
-        m_acceptor.set_option(tcp::tcp::acceptor::reuse_address(true), error);
+        m_acceptor.set_option(ip::tcp::acceptor::reuse_address(true), error);
     }
     if (!error) {
         m_acceptor.bind({address, port}, error);
@@ -65,7 +66,7 @@ void Listener::stop() {
 }
 
 void Listener::await() {
-    m_acceptor.async_wait(tcp::tcp::acceptor::wait_read, [this](boost::system::error_code error) {
+    m_acceptor.async_wait(ip::tcp::acceptor::wait_read, [this](boost::system::error_code error) {
         if (!error) {
             acceptAll();
         }
@@ -76,18 +77,7 @@ void Listener::acceptAll() {
     for (int i = 0; i < acceptedInARow && m_acceptor.is_open(); ++i) {
         const int descriptor = ::accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (descriptor >= 0) {
-            Socket socket(m_io);
-            boost::system::error_code error;
-            socket.assign(m_protocol, descriptor, error);
-            if (error) {
-                ::close(descriptor);
-                continue;
-            }
-            socket.non_blocking(true, error);
-            socket.set_option(tcp::tcp::no_delay(true), error);
-            socket.set_option(boost::asio::socket_base::keep_alive(true), error);
-            m_short = false;
-            m_accepted(std::move(socket));
+            take(descriptor);
             continue;
         }
         const int error = errno;
@@ -96,10 +86,7 @@ void Listener::acceptAll() {
         }
         if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
             // The connection stays in the queue and would be announced again at once, and again.
-            if (!m_short) {
-                m_short = true;
-                m_failed(boost::system::error_code(error, boost::system::system_category()).message());
-            }
+            tellFailure(boost::system::error_code(error, boost::system::system_category()).message());
             m_retry.expires_after(retryAfter);
             m_retry.async_wait([this](boost::system::error_code cancelled) {
                 if (!cancelled) {
@@ -111,6 +98,33 @@ void Listener::acceptAll() {
     }
     if (m_acceptor.is_open()) {
         await();
+    }
+}
+
+/// A connection that there is no memory for is given up; the next may find some.
+void Listener::take(int descriptor) {
+    try {
+        Socket socket(m_io);
+        boost::system::error_code error;
+        socket.assign(m_protocol, descriptor, error);
+        if (error) {
+            ::close(descriptor);
+            return;
+        }
+        socket.non_blocking(true, error);
+        socket.set_option(ip::tcp::no_delay(true), error);
+        socket.set_option(boost::asio::socket_base::keep_alive(true), error);
+        m_accepted(std::move(socket));
+        m_short = false;
+    } catch (const std::exception& failure) {
+        tellFailure(failure.what());
+    }
+}
+
+void Listener::tellFailure(const std::string& why) {
+    if (!m_short) {
+        m_short = true;
+        m_failed(why);
     }
 }
 

@@ -27,6 +27,8 @@ public:
 private:
     void await();
     void acceptAll();
+    void take(int descriptor);
+    void tellFailure(const std::string& why);
 
     boost::asio::io_context& m_io;
     boost::asio::ip::tcp::acceptor m_acceptor;

@@ -43,19 +43,22 @@ bool OutBuffer::consume(std::size_t bytes) {
 }
 
 void OutBuffer::clear() {
+    m_text.clear();
+    m_shared.clear();
+    m_buffers.clear();
+    m_sharedSize = 0;
+}
+
+void OutBuffer::shrink() {
     constexpr std::size_t keptBytes = 4096;
     constexpr std::size_t keptEntries = 64;
     if (m_text.capacity() > keptBytes) {
         m_text = std::string();
     }
-    if (m_shared.capacity() > keptEntries || m_buffers.capacity() > keptEntries) {
+    if (m_buffers.capacity() > keptEntries) {
         m_shared = {};
         m_buffers = {};
     }
-    m_text.clear();
-    m_shared.clear();
-    m_buffers.clear();
-    m_sharedSize = 0;
 }
 
 } // namespace cdxservice

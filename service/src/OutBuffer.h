@@ -36,8 +36,10 @@ public:
     View view();
     /// Takes bytes that were written off the front of the view. False once nothing is left.
     bool consume(std::size_t bytes);
-    /// Forgets what was written; keeps a modest amount of memory for the next time.
+    /// Forgets what was written, and keeps the memory for what comes next.
     void clear();
+    /// Gives memory back that only a burst needs. Empty.
+    void shrink();
 
 private:
     struct Shared {

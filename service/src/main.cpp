@@ -33,6 +33,7 @@ void logLine(const std::string& line) {
 
 int main(int argc, char** argv) {
     cdxservice::ServerOptions options;
+    options.port = 8080;
     CLI::App app("The car data exchange service: elements over HTTP, their changes over WebSocket.", "cdx-service");
     app.add_option("--port", options.port, "Port to listen on; 0: any free one")->capture_default_str();
     app.add_option("--bind", options.bindAddress, "Address to listen on; beyond loopback a token file is needed")
