@@ -196,6 +196,14 @@ struct HttpConnection::Session {
         session = std::move(secured);
     }
 
+    ~Session() {
+        const SigpipeGuard guard(isSecure); // TLS takes its leave
+        session.reset();
+    }
+
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
     /// Runs one call of the socket, which gives a number of bytes, or a negative one that says what it waits for.
     template <class Call>
     std::optional<std::size_t> attempt(short plainlyAwaited, Call call) {

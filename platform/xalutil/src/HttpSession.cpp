@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
+#include <string_view>
 #include <utility>
 
 namespace xalutil {
@@ -15,6 +17,13 @@ namespace xalutil {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+/// What would make the request end elsewhere than where this session ends it, or go to somebody else.
+bool isForTheSessionToSay(const std::string& header) {
+    constexpr std::string_view own[] = {"Host", "Content-Length", "Transfer-Encoding"};
+    return std::any_of(std::begin(own), std::end(own),
+                       [&](std::string_view name) { return httptext::equalIgnoringCase(header, name); });
+}
 
 /// The request as it is sent. What would let one request become two, or another one, is refused.
 std::string wordRequest(const HttpRequest& request, const std::string& authority) {
@@ -27,7 +36,7 @@ std::string wordRequest(const HttpRequest& request, const std::string& authority
 
     std::string text = request.method + ' ' + request.target + " HTTP/1.1\r\nHost: " + authority + "\r\n";
     for (const auto& [name, value] : request.headers) {
-        if (!httptext::isToken(name) || !httptext::isFieldText(value))
+        if (!httptext::isToken(name) || !httptext::isFieldText(value) || isForTheSessionToSay(name))
             throw HttpError(0, "the request's header \"" + name + "\" cannot be sent");
         text += name + ": " + value + "\r\n";
     }

@@ -555,6 +555,9 @@ INSTANTIATE_TEST_SUITE_P(Request, UnsendableRequest,
                                          HttpRequest{"GET", "/a b", {}, ""}, HttpRequest{"GET", "/a\r\nB: c", {}, ""},
                                          HttpRequest{"GET", "/\xc3\xa4", {}, ""},
                                          HttpRequest{"GET", "/", {{"A b", "c"}}, ""},
+                                         HttpRequest{"GET", "/", {{"host", "other"}}, ""},
+                                         HttpRequest{"POST", "/", {{"Content-Length", "1"}}, "xy"},
+                                         HttpRequest{"POST", "/", {{"Transfer-Encoding", "chunked"}}, "x"},
                                          HttpRequest{"GET", "/", {{"A", "b\r\nC: d"}}, ""},
                                          HttpRequest{"GET", "/", {{"A", std::string("b\0", 2)}}, ""}));
 

@@ -13,7 +13,7 @@ namespace xalutil {
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 
 /// A request as its caller words it. The session adds "Host", and "Content-Length" where there is a body or the method
-/// calls for one; it sends nothing else of its own.
+/// calls for one; it sends nothing else of its own, and refuses these two and "Transfer-Encoding" as headers of others.
 struct HttpRequest {
     std::string method = "GET";
     std::string target = "/"; ///< path and query, percent-encoded, beginning with a slash
