@@ -4,6 +4,7 @@
 #include "ServerCore.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace cdxservice {
@@ -182,7 +183,7 @@ void HttpSession::judge() {
     }
     m_route = std::move(std::get<Router::Proceed>(verdict).route);
     if (!head.hasBody()) {
-        answer(m_core.router.handle(m_route, head, {}), false);
+        answer(handle(head, {}), false);
         if (m_phase != Phase::Ending) {
             endRequest();
         }
@@ -191,6 +192,16 @@ void HttpSession::judge() {
     m_phase = Phase::Body;
     if (awaitsContinue) {
         m_out.append("HTTP/1.1 100 Continue\r\n\r\n");
+    }
+}
+
+/// A request that there is no memory for is answered all the same: the shortage may be its own.
+Response HttpSession::handle(const RequestHead& head, std::string_view body) {
+    try {
+        return m_core.router.handle(m_route, head, body);
+    } catch (const std::bad_alloc&) {
+        m_core.log("a request is given up: not enough memory");
+        return Response::fromProblem({500, "there is not enough memory for the request"});
     }
 }
 
@@ -244,7 +255,7 @@ bool HttpSession::processBody() {
         return false;
     }
     const RequestHead& head = m_parser.rebind(unread());
-    answer(m_core.router.handle(m_route, head, body), false);
+    answer(handle(head, body), false);
     if (m_phase == Phase::Ending) {
         return false;
     }

@@ -45,6 +45,7 @@ private:
     bool processBody();
     bool takeBody(std::string_view& body);
     void judge();
+    Response handle(const RequestHead& head, std::string_view body);
     void answer(const Response& response, bool close);
     void endRequest();
     void upgrade(const Router::Upgrade& upgrade);

@@ -1,25 +1,9 @@
 #include "Resource.h"
 
-#include <algorithm>
 #include <limits>
+#include <tuple>
 
 namespace cdxservice {
-
-namespace {
-
-/// Names and event ids may hold any character: the length keeps the two apart.
-std::string eventKey(std::string_view name, std::string_view eventId) {
-    std::string key = std::to_string(name.size());
-    key.append(":").append(name).append(eventId);
-    return key;
-}
-
-std::string eventKey(const Element& data) {
-    const std::string* eventId = data.text(wellKnown().dataEventId);
-    return eventId && !data.name().empty() ? eventKey(data.name(), *eventId) : std::string();
-}
-
-} // namespace
 
 std::optional<std::int64_t> endOfTime(const Element& dataElement) {
     const std::int64_t* timestamp = dataElement.integer(wellKnown().dataTimestamp);
@@ -48,91 +32,97 @@ ElementPtr Resource::find(const std::string& id) const {
     return found == m_byId.end() ? nullptr : found->second;
 }
 
+bool Resource::ByName::operator()(const Element* a, const Element* b) const {
+    return std::make_tuple(a->name(), a->revision()) < std::make_tuple(b->name(), b->revision());
+}
+
+Resource::ByEvent::Key Resource::ByEvent::keyOf(const Element& element) {
+    return {element.name(), *element.text(wellKnown().dataEventId)};
+}
+
+bool Resource::ByEvent::operator()(const Element* a, const Element* b) const {
+    return std::make_tuple(keyOf(*a), a->revision()) < std::make_tuple(keyOf(*b), b->revision());
+}
+
+bool Resource::ByEnd::operator()(const Element* a, const Element* b) const {
+    return std::make_tuple(endOfTime(*a), a->revision()) < std::make_tuple(endOfTime(*b), b->revision());
+}
+
 ElementPtr Resource::findName(std::string_view name) const {
-    const auto found = m_idByName.find(std::string(name));
-    return found == m_idByName.end() ? nullptr : find(found->second);
+    const auto found = m_byName.find(name);
+    return found == m_byName.end() ? nullptr : find((*found)->id());
 }
 
 std::vector<ElementPtr> Resource::findEvent(std::string_view name, std::string_view eventId) const {
     std::vector<ElementPtr> found;
-    const auto ids = m_idsByEvent.find(eventKey(name, eventId));
-    if (ids != m_idsByEvent.end()) {
-        for (const std::string& id : ids->second) {
-            found.push_back(find(id));
-        }
-        std::sort(found.begin(), found.end(),
-                  [](const ElementPtr& a, const ElementPtr& b) { return a->revision() < b->revision(); });
+    const auto range = m_byEvent.equal_range(ByEvent::Key(name, eventId));
+    for (auto at = range.first; at != range.second; ++at) {
+        found.push_back(find((*at)->id()));
     }
     return found;
 }
 
 std::vector<ElementPtr> Resource::expired(std::int64_t nowMs) const {
     std::vector<ElementPtr> found;
-    for (const auto& [end, id] : m_idsByEnd) {
-        if (end > nowMs) {
+    for (const Element* element : m_byEnd) {
+        if (*endOfTime(*element) > nowMs) {
             break;
         }
-        found.push_back(find(id));
+        found.push_back(find(element->id()));
     }
     return found;
 }
 
 void Resource::put(const ElementPtr& element) {
-    ElementPtr& place = m_byId[element->id()];
-    Revision previous = 0;
-    if (place) {
-        previous = place->revision();
-        unindex(*place);
+    const auto [place, inserted] = m_byId.try_emplace(element->id());
+    try {
+        index(*element);
+        m_log.put(element, inserted ? 0 : place->second->revision());
+    } catch (...) {
+        unindex(*element);
+        if (inserted) {
+            m_byId.erase(place);
+        }
+        throw;
     }
-    place = element;
-    index(*element);
-    m_log.put(element, previous);
+    if (!inserted) {
+        unindex(*place->second);
+    }
+    place->second = element;
 }
 
 void Resource::remove(const std::string& id, Revision revision) {
-    Revision previous = 0;
     const auto found = m_byId.find(id);
+    m_log.remove(id, found == m_byId.end() ? 0 : found->second->revision(), revision);
     if (found != m_byId.end()) {
-        previous = found->second->revision();
-        unindex(*found->second);
         // The caller's id may be the element's own.
         const ElementPtr kept = std::move(found->second);
+        unindex(*kept);
         m_byId.erase(found);
-        m_log.remove(kept->id(), previous, revision);
-        return;
     }
-    m_log.remove(id, previous, revision);
 }
 
 void Resource::index(const Element& element) {
     if (m_schema->oneOfEachName && !element.name().empty()) {
-        m_idByName[std::string(element.name())] = element.id();
+        m_byName.insert(&element);
     }
-    if (m_schema->expires) {
-        if (const auto end = endOfTime(element)) {
-            m_idsByEnd.emplace(*end, element.id());
-        }
-        if (const std::string key = eventKey(element); !key.empty()) {
-            m_idsByEvent[key].insert(element.id());
-        }
+    if (m_schema->expires && endOfTime(element)) {
+        m_byEnd.insert(&element);
+    }
+    if (m_schema->expires && !element.name().empty() && element.text(wellKnown().dataEventId)) {
+        m_byEvent.insert(&element);
     }
 }
 
-void Resource::unindex(const Element& element) {
+void Resource::unindex(const Element& element) noexcept {
     if (m_schema->oneOfEachName && !element.name().empty()) {
-        m_idByName.erase(std::string(element.name()));
+        m_byName.erase(&element);
     }
-    if (m_schema->expires) {
-        if (const auto end = endOfTime(element)) {
-            m_idsByEnd.erase({*end, element.id()});
-        }
-        const auto ids = m_idsByEvent.find(eventKey(element));
-        if (ids != m_idsByEvent.end()) {
-            ids->second.erase(element.id());
-            if (ids->second.empty()) {
-                m_idsByEvent.erase(ids);
-            }
-        }
+    if (m_schema->expires && endOfTime(element)) {
+        m_byEnd.erase(&element);
+    }
+    if (m_schema->expires && !element.name().empty() && element.text(wellKnown().dataEventId)) {
+        m_byEvent.erase(&element);
     }
 }
 

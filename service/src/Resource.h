@@ -32,24 +32,45 @@ public:
     /// The elements whose time is over at `nowMs`, the one first whose time ended first.
     std::vector<ElementPtr> expired(std::int64_t nowMs) const;
 
-    /// Takes the element's new state; its revision is above all earlier ones.
+    /// Takes the element's new state; its revision is above all earlier ones. Takes all of it or, when it throws,
+    /// nothing.
     void put(const ElementPtr& element);
-    /// `id` need not exist: then only the removal is remembered.
+    /// `id` need not exist: then only the removal is remembered. Does all or, when it throws, nothing.
     void remove(const std::string& id, Revision revision);
 
     /// The running number for the next element without one of its own.
     std::uint64_t nextElementId = 1;
 
 private:
+    /// The elements themselves are the keys: an index costs a node for each, and taking one out cannot fail. Two states
+    /// of one element may stand side by side while the new one takes the old one's place.
+    struct ByName {
+        using is_transparent = void;
+        bool operator()(const Element* a, const Element* b) const;
+        bool operator()(const Element* a, std::string_view name) const { return a->name() < name; }
+        bool operator()(std::string_view name, const Element* a) const { return name < a->name(); }
+    };
+    struct ByEvent {
+        using Key = std::pair<std::string_view, std::string_view>; ///< Name and event id.
+        using is_transparent = void;
+        bool operator()(const Element* a, const Element* b) const;
+        bool operator()(const Element* a, const Key& key) const { return keyOf(*a) < key; }
+        bool operator()(const Key& key, const Element* a) const { return key < keyOf(*a); }
+        static Key keyOf(const Element& element);
+    };
+    struct ByEnd {
+        bool operator()(const Element* a, const Element* b) const;
+    };
+
     void index(const Element& element);
-    void unindex(const Element& element);
+    void unindex(const Element& element) noexcept;
 
     const ResourceSchema* m_schema;
     RevisionLog m_log;
     std::unordered_map<std::string, ElementPtr> m_byId;
-    std::unordered_map<std::string, std::string> m_idByName;
-    std::unordered_map<std::string, std::set<std::string>> m_idsByEvent;
-    std::set<std::pair<std::int64_t, std::string>> m_idsByEnd;
+    std::set<const Element*, ByName> m_byName;   ///< Where names are unique: those with a name.
+    std::set<const Element*, ByEvent> m_byEvent; ///< Of data: those with a name and an event id.
+    std::set<const Element*, ByEnd> m_byEnd;     ///< Of data: those whose time ends.
 };
 
 /// The end of a data element's time in milliseconds since 1970, saturated; none for one that lacks "timestamp" or
