@@ -35,6 +35,6 @@ function(cdx_add_test name)
   find_package(GTest REQUIRED)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE cdx_options ${arg_LIBS} GTest::gmock_main)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
     PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
 endfunction()

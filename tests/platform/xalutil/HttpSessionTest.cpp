@@ -161,21 +161,33 @@ TEST(HttpSessionTest, ConnectionIsKeptForTheNextExchange) {
     EXPECT_EQ(peer.getConnections(), 1U);
 }
 
-class UnsafeToKeep : public testing::TestWithParam<const char*> {};
+struct Named {
+    const char* name;
+    std::string text;
+};
+
+template <class T>
+std::string nameOf(const testing::TestParamInfo<T>& tested) {
+    return tested.param.name;
+}
+
+class UnsafeToKeep : public testing::TestWithParam<Named> {};
 
 TEST_P(UnsafeToKeep, HasTheNextExchangeOnANewConnection) {
-    ScriptedPeer peer({always(GetParam()), always(ok)});
+    ScriptedPeer peer({always(GetParam().text), always(ok)});
     const auto session = sessionWith(peer);
     exchange(*session);
     EXPECT_EQ(exchange(*session).body, "ok");
     EXPECT_EQ(peer.getConnections(), 2U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Answer, UnsafeToKeep,
-                         testing::Values("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 1\r\n\r\nx",
-                                         "HTTP/1.0 200 OK\r\nContent-Length: 1\r\n\r\nx",
-                                         "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nxHTTP/1.1 200 OK\r\n",
-                                         "HTTP/1.1 204 No Content\r\nContent-Length: 3\r\n\r\n"));
+INSTANTIATE_TEST_SUITE_P(
+    Answer, UnsafeToKeep,
+    testing::Values(Named{"CloseAsked", "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 1\r\n\r\nx"},
+                    Named{"OldVersion", "HTTP/1.0 200 OK\r\nContent-Length: 1\r\n\r\nx"},
+                    Named{"LeftOver", "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nxHTTP/1.1 200 OK\r\n"},
+                    Named{"NoContentThatClaimsOne", "HTTP/1.1 204 No Content\r\nContent-Length: 3\r\n\r\n"}),
+    nameOf<Named>);
 
 TEST(HttpSessionTest, ConnectionThatWasIdleTooLongIsNotUsedAgain) {
     ScriptedPeer peer({always(ok), always(ok)});
@@ -300,13 +312,14 @@ TEST(HttpSessionTest, MalformedAnswerHasTheStatusOfItsStatusLine) {
 }
 
 TEST(HttpSessionTest, AnswerCutShortHasTheStatusOfItsStatusLine) {
-    for (const bool isReset : {false, true}) {
-        Event isRead;
+    for (const bool isHalfClosed : {false, true}) {
         ScriptedPeer peer([&](PeerConnection& client) {
             client.readRequest();
             client.write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhel");
-            if (isReset)
+            if (isHalfClosed) {
                 client.closeWriting();
+                client.awaitClose();
+            }
         });
         const auto failure = failureOf(*sessionWith(peer));
         ASSERT_NE(failure, std::nullopt);
@@ -539,42 +552,55 @@ TEST(HttpSessionTest, LimitsHoldForTheAnswer) {
     EXPECT_EQ(exchange(*session).body, "ok");
 }
 
-class UnsendableRequest : public testing::TestWithParam<HttpRequest> {};
+struct NamedRequest {
+    const char* name;
+    HttpRequest request;
+};
+
+class UnsendableRequest : public testing::TestWithParam<NamedRequest> {};
 
 TEST_P(UnsendableRequest, IsRefusedBeforeAConnectionIsMade) {
     ScriptedPeer peer(always(ok));
-    const auto failure = failureOf(*sessionWith(peer), GetParam());
+    const auto failure = failureOf(*sessionWith(peer), GetParam().request);
     ASSERT_NE(failure, std::nullopt);
     EXPECT_EQ(failure->status, 0);
     EXPECT_EQ(peer.getConnections(), 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Request, UnsendableRequest,
-                         testing::Values(HttpRequest{"", "/", {}, ""}, HttpRequest{"GET /x", "/", {}, ""},
-                                         HttpRequest{"GET", "", {}, ""}, HttpRequest{"GET", "x", {}, ""},
-                                         HttpRequest{"GET", "/a b", {}, ""}, HttpRequest{"GET", "/a\r\nB: c", {}, ""},
-                                         HttpRequest{"GET", "/\xc3\xa4", {}, ""},
-                                         HttpRequest{"GET", "/", {{"A b", "c"}}, ""},
-                                         HttpRequest{"GET", "/", {{"host", "other"}}, ""},
-                                         HttpRequest{"POST", "/", {{"Content-Length", "1"}}, "xy"},
-                                         HttpRequest{"POST", "/", {{"Transfer-Encoding", "chunked"}}, "x"},
-                                         HttpRequest{"GET", "/", {{"A", "b\r\nC: d"}}, ""},
-                                         HttpRequest{"GET", "/", {{"A", std::string("b\0", 2)}}, ""}));
+INSTANTIATE_TEST_SUITE_P(
+    Request, UnsendableRequest,
+    testing::Values(NamedRequest{"NoMethod", {"", "/", {}, ""}},
+                    NamedRequest{"MethodWithBlank", {"GET /x", "/", {}, ""}},
+                    NamedRequest{"NoTarget", {"GET", "", {}, ""}}, NamedRequest{"NoPath", {"GET", "x", {}, ""}},
+                    NamedRequest{"TargetWithBlank", {"GET", "/a b", {}, ""}},
+                    NamedRequest{"TargetWithLineEnd", {"GET", "/a\r\nB: c", {}, ""}},
+                    NamedRequest{"TargetNotEncoded", {"GET", "/\xc3\xa4", {}, ""}},
+                    NamedRequest{"HeaderNameWithBlank", {"GET", "/", {{"A b", "c"}}, ""}},
+                    NamedRequest{"HeaderWithLineEnd", {"GET", "/", {{"A", "b\r\nC: d"}}, ""}},
+                    NamedRequest{"HeaderWithNul", {"GET", "/", {{"A", std::string("b\0", 2)}}, ""}},
+                    NamedRequest{"OwnHost", {"GET", "/", {{"host", "other"}}, ""}},
+                    NamedRequest{"OwnLength", {"POST", "/", {{"Content-Length", "1"}}, "xy"}},
+                    NamedRequest{"OwnCoding", {"POST", "/", {{"Transfer-Encoding", "chunked"}}, "x"}}),
+    nameOf<NamedRequest>);
 
-class UnusableUri : public testing::TestWithParam<const char*> {};
+class UnusableUri : public testing::TestWithParam<Named> {};
 
 TEST_P(UnusableUri, IsRefusedAndNamed) {
     try {
-        PocoHttpSessionFactory().createSession(GetParam());
+        PocoHttpSessionFactory().createSession(GetParam().text);
         FAIL() << "a session was made";
     } catch (const std::invalid_argument& failure) {
-        EXPECT_THAT(failure.what(), HasSubstr(GetParam()));
+        EXPECT_THAT(failure.what(), HasSubstr('"' + GetParam().text + '"'));
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Uri, UnusableUri,
-                         testing::Values("", "127.0.0.1", "ftp://127.0.0.1", "http://", "http:///path", "http://h:0",
-                                         "http://h:99999", "http://[::1", "//h"));
+                         testing::Values(Named{"Empty", ""}, Named{"NoScheme", "127.0.0.1"},
+                                         Named{"OtherScheme", "ftp://127.0.0.1"}, Named{"NoHost", "http://"},
+                                         Named{"NoHostButPath", "http:///path"}, Named{"NoPort", "http://h:0"},
+                                         Named{"PortTooLarge", "http://h:99999"}, Named{"HalfBracketed", "http://[::1"},
+                                         Named{"NoSchemeButHost", "//h"}),
+                         nameOf<Named>);
 
 /// The open descriptors that are sockets or events.
 std::vector<int> waitables() {

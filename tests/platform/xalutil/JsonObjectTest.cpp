@@ -55,17 +55,18 @@ TEST(JsonObjectTest, Int64IsReadToItsLimits) {
     EXPECT_EQ(object->getInt64("most"), std::numeric_limits<std::int64_t>::max());
 }
 
-class NoInt64 : public testing::TestWithParam<const char*> {};
+class NoInt64 : public testing::TestWithParam<std::string> {};
 
 TEST_P(NoInt64, IsRefusedAsOne) {
-    const auto object = parseObject(std::string(R"({"n":)") + GetParam() + '}');
+    const auto object = parseObject(R"({"n":)" + GetParam() + '}');
     EXPECT_THAT(failureOf([&] { object->getInt64("n"); }), AllOf(HasSubstr("\"n\""), HasSubstr("int64")));
 }
 
 INSTANTIATE_TEST_SUITE_P(Number, NoInt64,
                          testing::Values("3.0", "3e0", "3E2", "0.5", "-1.0", "9223372036854775808",
                                          "-9223372036854775809", "18446744073709551616", "1e400", "\"3\"", "true",
-                                         "null"));
+                                         "null"),
+                         [](const auto& tested) { return "No" + std::to_string(tested.index); });
 
 TEST(JsonObjectTest, HasTellsOfNullsToo) {
     const auto object = parseObject(R"({"null":null,"":1})");
@@ -75,6 +76,7 @@ TEST(JsonObjectTest, HasTellsOfNullsToo) {
 }
 
 struct Mismatch {
+    const char* name;
     const char* text;
     const char* found;
 };
@@ -100,12 +102,14 @@ TEST_P(WrongType, IsNamedTogetherWithTheKeyAndTheTypeAskedFor) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Member, WrongType,
-                         testing::Values(Mismatch{"{}", "nothing"}, Mismatch{R"({"key":null})", "null"},
-                                         Mismatch{R"({"key":"x"})", "a string"}, Mismatch{R"({"key":1})", "an int64"},
-                                         Mismatch{R"({"key":true})", "a bool"}, Mismatch{R"({"key":[]})", "an array"},
-                                         Mismatch{R"({"key":{}})", "an object"},
-                                         Mismatch{R"({"key":1.5})", "a number that is no int64"}));
+INSTANTIATE_TEST_SUITE_P(
+    Member, WrongType,
+    testing::Values(Mismatch{"Absent", "{}", "nothing"}, Mismatch{"Null", R"({"key":null})", "null"},
+                    Mismatch{"String", R"({"key":"x"})", "a string"}, Mismatch{"Int64", R"({"key":1})", "an int64"},
+                    Mismatch{"Bool", R"({"key":true})", "a bool"}, Mismatch{"Array", R"({"key":[]})", "an array"},
+                    Mismatch{"Object", R"({"key":{}})", "an object"},
+                    Mismatch{"Fraction", R"({"key":1.5})", "a number that is no int64"}),
+    [](const auto& tested) { return tested.param.name; });
 
 TEST(JsonObjectTest, OfADoubledKeyTheLastValueHolds) {
     const auto object = parseObject(R"({"k":1,"x":0,"k":"two"})");

@@ -74,6 +74,7 @@ TEST(JsonParserTest, LongStringIsTaken) {
 }
 
 struct NoObject {
+    const char* name;
     const char* text;
     const char* kind;
 };
@@ -86,9 +87,10 @@ TEST_P(ValueThatIsNoObject, SaysWhatItIsInstead) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Value, ValueThatIsNoObject,
-                         testing::Values(NoObject{"[]", "an array"}, NoObject{"\"x\"", "a string"},
-                                         NoObject{"1", "an int64"}, NoObject{"null", "null"},
-                                         NoObject{"true", "a bool"}, NoObject{"0.5", "a number"}));
+                         testing::Values(NoObject{"Array", "[]", "an array"}, NoObject{"String", "\"x\"", "a string"},
+                                         NoObject{"Int64", "1", "an int64"}, NoObject{"Null", "null", "null"},
+                                         NoObject{"Bool", "true", "a bool"}, NoObject{"Fraction", "0.5", "a number"}),
+                         [](const auto& tested) { return tested.param.name; });
 
 TEST(JsonParserTest, ValueThatIsNoArraySaysWhatItIsInstead) {
     EXPECT_THAT(failureOf([] { parse("{}").asArray(); }),
