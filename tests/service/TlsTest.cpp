@@ -31,7 +31,7 @@ public:
     Credentials() {
         std::string pattern = (std::filesystem::temp_directory_path() / "cdx-tls-XXXXXX").string();
         m_folder = ::mkdtemp(pattern.data());
-        const Key key(EVP_EC_gen("P-256"));
+        const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
         const Certificate certificate(X509_new());
         X509_set_version(certificate.get(), 2);
         ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 1);
@@ -42,7 +42,7 @@ public:
         const unsigned char common[] = "localhost";
         X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, common, -1, -1, 0);
         X509_set_issuer_name(certificate.get(), name);
-        X509_sign(certificate.get(), key.get(), EVP_sha256());
+        X509_sign(certificate.get(), key.get(), nullptr);
         std::FILE* file = std::fopen(keyFile().c_str(), "w");
         PEM_write_PrivateKey(file, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
         std::fclose(file);
