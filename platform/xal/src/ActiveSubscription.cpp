@@ -15,7 +15,7 @@ ActiveSubscription::ActiveSubscription(SubscribeRequest request, std::function<v
     : m_request(std::move(request)), m_name(nameOf(m_request)),
       m_callback(std::make_shared<std::function<void(Event)>>(std::move(callback))) {}
 
-void ActiveSubscription::deliver(const Event& event) {
+void ActiveSubscription::deliver(Event event) {
     std::shared_ptr<std::function<void(Event)>> callback;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -39,7 +39,7 @@ void ActiveSubscription::deliver(const Event& event) {
             subscription.m_returned.notify_all();
         }
     } atReturn{*this, callback};
-    (*callback)(event);
+    (*callback)(std::move(event));
 }
 
 bool ActiveSubscription::release() {

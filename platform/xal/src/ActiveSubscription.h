@@ -33,7 +33,7 @@ public:
     const std::string& name() const { return m_name; }
 
     /// Calls the callback, unless it was released. What it throws passes through.
-    void deliver(const Event& event);
+    void deliver(Event event);
     /// The callback does not start again. Whether this was the call that released it.
     bool release();
     /// Returns when the callback is not running on another thread.

@@ -86,8 +86,6 @@ public:
           m_stream(makeStream(*loop)), m_timer(*loop) {}
 
     void begin() {
-        const auto left = m_options.deadline - steady_clock::now();
-        m_timer.start(left, bound([](auto& self) { self.finish("timed out"); }));
         resolve(m_loop.lock(), m_options.uri.host, m_options.uri.port,
                 [weak = this->weak_from_this()](std::vector<Address> addresses, const std::string& error) {
                     const auto self = weak.lock();
@@ -97,6 +95,9 @@ public:
                     self->m_failure = error;
                     self->connect();
                 });
+        // Last: once the timer holds the channel, it lives until it has told its listener of its end.
+        const auto left = m_options.deadline - steady_clock::now();
+        m_timer.start(left, bound([](auto& self) { self.finish("timed out"); }));
     }
 
     void send(std::string text) override {

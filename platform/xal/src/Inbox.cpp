@@ -1,6 +1,7 @@
 #include "Inbox.h"
 
 #include <xalutil/ProcessEnd.h>
+#include <xalutil/StopCallback.h>
 
 #include <stdexcept>
 
@@ -68,7 +69,8 @@ void Inbox::drain() {
         }
         entry = Entry();
         leave();
-        if (std::chrono::steady_clock::now() >= turnEnds)
+        // A stop lets the running handler end, not all that waits behind it; scheduled, that is dropped.
+        if (std::chrono::steady_clock::now() >= turnEnds || xalutil::StopCallback::isStopRequested())
             return schedule();
     }
 }
@@ -94,9 +96,9 @@ bool Inbox::next(Entry& entry) {
     return true;
 }
 
-void Inbox::deliver(const Entry& entry) {
+void Inbox::deliver(Entry& entry) {
     if (entry.subscription)
-        entry.subscription->deliver(entry.event);
+        entry.subscription->deliver(std::move(entry.event));
     else
         entry.call();
 }

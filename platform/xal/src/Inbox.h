@@ -57,7 +57,7 @@ private:
     void schedule();
     void drain();
     bool next(Entry& entry);
-    void deliver(const Entry& entry);
+    void deliver(Entry& entry);
     void leave();
     void discard();
 

@@ -30,7 +30,8 @@ public:
 
     virtual ~IServiceRegistry();
 
-    /// Leads to a connection attempt at once, and to a new service object for every connection that is made.
+    /// Leads to a connection attempt at once, and to a new service object for every connection that is made. Throws
+    /// std::system_error when the system gives no thread or no descriptor; nothing is registered then.
     template <class S>
     void registerServiceListener(const ServiceListener<S>& listener) {
         registerListener(

@@ -1,0 +1,44 @@
+// A program that ends without stopping anything: argument 1 is the service's base URI, argument 2 how it ends.
+
+#include "TestClient.h"
+
+#include <support/Event.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+int main(int, char** arguments) {
+    const std::string how = arguments[2];
+    // Never destroyed: nothing of it is stopped by anybody but the framework itself.
+    auto& client = *new xaltest::TestClient(arguments[1]);
+    cdxtest::Event isBusy;
+    if (how == "busy")
+        client.onConnected = [&isBusy](const auto&) {
+            isBusy.set();
+            std::this_thread::sleep_for(std::chrono::minutes(1));
+        };
+    client.listen();
+    if (how == "busy")
+        isBusy.await();
+    else if (how != "connecting" && !client.connection())
+        return 1;
+    static const auto subscription =
+        how == "connected" ? client.connection()->subscribeResource<xaltest::Item>(xaltest::ItemDescriptor(),
+                                                                                   [](const auto&, const auto&) {})
+                           : nullptr;
+    if (how == "closing") {
+        // A static object that closes, younger than the framework's exit handler.
+        static struct Closer {
+            xaltest::TestClient* client = nullptr;
+            ~Closer() {
+                client->close();
+                client->registry.reset();
+            }
+        } closer;
+        closer.client = &client;
+    }
+    std::puts("ending");
+    std::fflush(stdout);
+    return 3;
+}
