@@ -114,6 +114,8 @@ namespace xalobjects_GX2 {
 
 // What the rows turn into in the classes below.
 
+#define CDX_EACH_FIELD(FieldEnum, SCALAR, OTHER, E) FieldEnum##_LIST(SCALAR, OTHER, E)
+
 #define CDX_LITERAL_ENUMERATOR(Enum, literal) Enum##_##literal, /**< The literal of that name. */
 #define CDX_FIELD_ENUMERATOR(Enum, Type, key, Name) CDX_LITERAL_ENUMERATOR(Enum, key)
 
@@ -167,6 +169,17 @@ namespace xalobjects_GX2 {
     /** Each literal's value. Made at load, never changed. */    \
     static const std::map<const char*, Enum, cmp_str> mapString2##Name;
 
+#define CDX_VALUE_CLASS(Class)                                                  \
+    /** Copies all values. */                                                   \
+    Class(const Class& other);                                                  \
+    /** Takes all values over; what is left may be assigned to or destroyed. */ \
+    Class(Class&& other) noexcept;                                              \
+    /** Copies all values. */                                                   \
+    Class& operator=(const Class& other);                                       \
+    /** Takes all values over; what is left may be assigned to or destroyed. */ \
+    Class& operator=(Class&& other) noexcept;                                   \
+    ~Class() override;
+
 #define CDX_DESCRIPTOR(Element, FieldEnum)                                                                         \
 public:                                                                                                            \
     /** Fields of the resource's elements. */                                                                      \
@@ -178,11 +191,7 @@ public:                                                                         
                                                                                                                    \
     /** An empty one, for the service's resource. */                                                               \
     Element##Descriptor();                                                                                         \
-    Element##Descriptor(const Element##Descriptor&);                                                               \
-    Element##Descriptor(Element##Descriptor&&) noexcept;                                                           \
-    Element##Descriptor& operator=(const Element##Descriptor&);                                                    \
-    Element##Descriptor& operator=(Element##Descriptor&&) noexcept;                                                \
-    ~Element##Descriptor() override;                                                                               \
+    CDX_VALUE_CLASS(Element##Descriptor)                                                                           \
                                                                                                                    \
     /** The base's content and the fields that are set, in the field enum's order. Throws std::out_of_range for an \
      * enum value without a literal. */                                                                            \
@@ -219,12 +228,13 @@ public:                                                                         
     static std::vector<std::pair<xal::QueryOptions::SORTBY_OPERATOR, std::string>> getSortByFieldsAsStringVector(  \
         SortByVector sortBy);                                                                                      \
                                                                                                                    \
-    FieldEnum##_LIST(CDX_SCALAR_ACCESSORS, CDX_OTHER_ACCESSORS, Element)                                           \
+    CDX_EACH_FIELD(FieldEnum, CDX_SCALAR_ACCESSORS, CDX_OTHER_ACCESSORS, Element)                                  \
                                                                                                                    \
-        private : friend Frame;                                                                                    \
+private:                                                                                                           \
+    friend Frame;                                                                                                  \
     struct Rows;                                                                                                   \
     std::uint32_t m_pendingInFilter = 0;                                                                           \
-    FieldEnum##_LIST(CDX_MEMBER, CDX_MEMBER, Element)
+    CDX_EACH_FIELD(FieldEnum, CDX_MEMBER, CDX_MEMBER, Element)
 
 #define CDX_ELEMENT(Element, FieldEnum)                                                                                \
 public:                                                                                                                \
@@ -234,11 +244,7 @@ public:                                                                         
     /** Unless `json` is empty, fills the element from it. Throws a std::exception when "id", "name" or "uri" is there \
      * and no string. */                                                                                               \
     explicit Element(std::shared_ptr<xalutil::JsonObject> json);                                                       \
-    Element(const Element&);                                                                                           \
-    Element(Element&&) noexcept;                                                                                       \
-    Element& operator=(const Element&);                                                                                \
-    Element& operator=(Element&&) noexcept;                                                                            \
-    ~Element() override;                                                                                               \
+    CDX_VALUE_CLASS(Element)                                                                                           \
                                                                                                                        \
     /** "CarDataExchange". */                                                                                          \
     static const std::string& getServiceName();                                                                        \
@@ -249,7 +255,7 @@ public:                                                                         
      * warning, and nothing is thrown. */                                                                              \
     void fillFromJson(std::shared_ptr<xalutil::JsonObject> json) override;                                             \
                                                                                                                        \
-    FieldEnum##_LIST(CDX_GETTER_AND_RAW_TEXT, CDX_GETTER, Element)
+    CDX_EACH_FIELD(FieldEnum, CDX_GETTER_AND_RAW_TEXT, CDX_GETTER, Element)
 
 /// Orders C strings by their characters.
 struct cmp_str {
@@ -338,6 +344,7 @@ private:
 #undef CDXMASTERCONTROL_DATADELIVERYRESULT_LIST
 #undef CDX_IDENTITY_LIST
 #endif
+#undef CDX_EACH_FIELD
 #undef CDX_LITERAL_ENUMERATOR
 #undef CDX_FIELD_ENUMERATOR
 #undef CDX_GETTER
@@ -348,6 +355,7 @@ private:
 #undef CDX_FIELD_ENUM
 #undef CDX_VALUE_ENUM
 #undef CDX_NAME_TABLES
+#undef CDX_VALUE_CLASS
 #undef CDX_DESCRIPTOR
 #undef CDX_ELEMENT
 

@@ -272,12 +272,14 @@ void CardataexchangeService::createLoggerIfNeeded() {
         Frame::set(*this, std::get<Rows::key>(Rows::all()), std::move(value)); \
     }
 
-#define CDX_DEFINE_VALUE_CLASS(Class)                                                  \
-    CardataexchangeService::Class::Class(const Class&) = default;                      \
-    CardataexchangeService::Class::Class(Class&&) noexcept = default;                  \
-    auto CardataexchangeService::Class::operator=(const Class&)->Class& = default;     \
-    auto CardataexchangeService::Class::operator=(Class&&) noexcept->Class& = default; \
+// NOLINTBEGIN(bugprone-macro-parentheses): && is no operator here
+#define CDX_DEFINE_VALUE_CLASS(Class)                                                        \
+    CardataexchangeService::Class::Class(const Class& other) = default;                      \
+    CardataexchangeService::Class::Class(Class&& other) noexcept = default;                  \
+    auto CardataexchangeService::Class::operator=(const Class& other)->Class& = default;     \
+    auto CardataexchangeService::Class::operator=(Class&& other) noexcept->Class& = default; \
     CardataexchangeService::Class::~Class() = default;
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define CDX_DEFINE_ELEMENT(Element, FieldEnum, resource)                                                     \
     struct [[gnu::visibility("hidden")]] CardataexchangeService::Element##Descriptor::Rows {                 \

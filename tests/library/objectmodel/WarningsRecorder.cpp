@@ -5,7 +5,6 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <utility>
 
 namespace cdxtest {
@@ -65,6 +64,16 @@ public:
     }
 };
 
+/// Of "libCdxMoroClient/src/Cardataexchange:123 "; 0 when the line begins otherwise.
+std::size_t lengthOfHead(const std::string& line) {
+    const std::string place = "libCdxMoroClient/src/Cardataexchange:";
+    if (line.compare(0, place.size(), place) != 0)
+        return 0;
+    const auto end = line.find_first_not_of("0123456789", place.size());
+    const bool hasNumber = end != std::string::npos && end > place.size() && line[place.size()] != '0';
+    return hasNumber && line[end] == ' ' ? end + 1 : 0;
+}
+
 const bool isInstalled = [] {
     xalutil::LoggerFactory::setDefaultLoggerFactory(std::make_shared<RecordingFactory>());
     return true;
@@ -87,13 +96,9 @@ std::vector<std::string> WarningsRecorder::lines() {
 }
 
 std::vector<std::string> WarningsRecorder::texts() {
-    static const std::regex head("^libCdxMoroClient/src/Cardataexchange:[1-9][0-9]* ");
     auto texts = lines();
-    for (auto& text : texts) {
-        std::smatch match;
-        if (std::regex_search(text, match, head))
-            text.erase(0, static_cast<std::size_t>(match.length()));
-    }
+    for (auto& text : texts)
+        text.erase(0, lengthOfHead(text));
     return texts;
 }
 

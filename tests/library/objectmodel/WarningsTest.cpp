@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <regex>
 
 namespace {
 
@@ -126,10 +125,9 @@ TEST_F(AWarning, IsOneLineWithPlaceAndTextAndTheTriggersFillGoesOn) {
     EXPECT_TRUE(element.getIsTechnicalReceiptRequested().getValue());
     const auto lines = m_warnings.lines();
     ASSERT_EQ(lines.size(), 1U);
-    EXPECT_TRUE(
-        std::regex_match(lines.front(), std::regex("libCdxMoroClient/src/Cardataexchange:[1-9][0-9]* could not get "
-                                                   "expirationTime as int64_t, exception=[^\n]+")))
-        << lines.front();
+    EXPECT_THAT(lines.front(), StartsWith("libCdxMoroClient/src/Cardataexchange:"));
+    EXPECT_THAT(lines.front(), testing::HasSubstr(" could not get expirationTime as int64_t, exception="));
+    EXPECT_EQ(lines.front().find('\n'), std::string::npos);
 }
 
 TEST_F(AWarning, NamesTheLineOfItsStatementInTheSource) {
