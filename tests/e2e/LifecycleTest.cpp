@@ -1,7 +1,11 @@
 #include "EndToEnd.h"
 
+#include <support/Tcp.h>
+
 #include <algorithm>
 #include <dirent.h>
+#include <future>
+#include <malloc.h>
 #include <string>
 #include <vector>
 
@@ -19,6 +23,7 @@ std::vector<std::string> entriesOf(const char* folder) {
     return names;
 }
 
+using oru::Json::Value;
 using Lifecycle = EndToEnd;
 
 TEST_F(Lifecycle, AStoppedClientIsToldNothingMore) {
@@ -65,18 +70,43 @@ TEST_F(Lifecycle, AStartedClientThatIsOnlyReleasedIsToldNothingMore) {
     EXPECT_EQ(timesTold("announced", "charging"), 0U);
 }
 
-TEST_F(Lifecycle, StartsAndStopsLeaveNoThreadAndNoDescriptorBehind) {
-    startWith("navigation");
-    m_application.stop();
+/// Bytes that the program holds on its heap; under a sanitizer, whose own allocator watches for leaks, nothing.
+std::size_t heapInUse() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return 0;
+#else
+    return ::mallinfo2().uordblks;
+#endif
+}
+
+/// From a start to the first client state, and to a stop.
+void runOnce(zepclient::CdxMoroClient& client, std::uint16_t port) {
+    std::promise<void> told;
+    const auto tell = [&told](const Value&) { told.set_value(); };
+    client.cleanUpService("navigation");
+    client.setMsgProcessorCallback(tell);
+    Value registry = registryDocument();
+    Value service = serviceDocument(port);
+    client.StartCdxMoroClient(registry, service);
+    ASSERT_EQ(told.get_future().wait_for(patience), std::future_status::ready);
+    client.StopCdxMoroClient();
+}
+
+TEST_F(Lifecycle, AThousandStartsAndStopsLeaveNoMemoryNoThreadAndNoDescriptorBehind) {
+    vehicle().announce("navigation");
+    ::testing::internal::CaptureStdout(); // the framework's diagnostics of a thousand connections
+    constexpr int warmUp = 20;
+    for (int i = 0; i < warmUp; ++i)
+        runOnce(client(), m_service.port());
+    const std::size_t memory = heapInUse();
     const std::size_t threads = entriesOf("/proc/self/task").size();
     const std::size_t descriptors = entriesOf("/proc/self/fd").size();
-    for (std::size_t i = 1; i <= 10; ++i) {
-        startApplication();
-        told("state", "navigation", i);
-        m_application.stop();
-    }
+    for (int i = 0; i < 1000; ++i)
+        runOnce(client(), m_service.port());
+    EXPECT_LE(heapInUse(), memory + 128 * 1024); // less than a tenth of what one lost connection a cycle would come to
     EXPECT_LE(entriesOf("/proc/self/task").size(), threads);
     EXPECT_LE(entriesOf("/proc/self/fd").size(), descriptors + 2); // the service's side of a connection may linger
+    ::testing::internal::GetCapturedStdout();
 }
 
 } // namespace
