@@ -123,6 +123,17 @@ TEST_F(CdxXalInterfaceImplTest, StopResetsTheSubscriptionsBeforeItStopsTheBaseCl
     EXPECT_EQ("7 CdxBaseXalClient::Stop: ", log.outlines().at(2));
 }
 
+TEST_F(CdxXalInterfaceImplTest, AnEntryTraceIsTheSignatureTheLineAndABlank) {
+    makeFacade();
+
+    facade->Stop();
+
+    const cdxtest::LogLine trace = log.lines().at(0);
+    EXPECT_EQ("virtual void zepclient::CdxXalInterfaceImpl::Stop()", trace.signature);
+    EXPECT_GT(trace.number, 0);
+    EXPECT_EQ("", trace.message);
+}
+
 TEST_F(CdxXalInterfaceImplTest, StopReleasesNothingOfTheFacadesOwn) {
     makeFacade();
 
