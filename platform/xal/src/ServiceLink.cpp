@@ -372,15 +372,18 @@ void ServiceLink::beginClose() {
 void ServiceLink::shutDown() {
     m_isShutDown = true;
     m_retry->cancel();
-    m_listeners.clear();
     if (m_channel)
         m_channel->close(normalClosure, "closed", goodbye);
 }
 
 void ServiceLink::awaitClose() {
     m_inbox->close();
-    if (!xalutil::isProcessEnding())
-        m_loop->awaitEnd(longestClose);
+    if (xalutil::isProcessEnding() || !m_loop->awaitEnd(longestClose))
+        return;
+    // What listeners hold is to go on the closing thread, and not with a service object that stays.
+    std::vector<std::shared_ptr<Listener>> gone;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    gone.swap(m_listeners);
 }
 
 void ServiceLink::end() {

@@ -104,7 +104,7 @@ private:
     std::shared_ptr<xalutil::HttpSession> m_question; ///< to the registry, under way
     std::vector<std::weak_ptr<ActiveSubscription>> m_subscriptions;
 
-    // The event loop's thread alone.
+    // The event loop's thread alone, while there is one.
     SubscriptionTable m_table;
     std::vector<std::shared_ptr<Listener>> m_listeners;
     std::shared_ptr<Channel> m_channel; ///< of the attempt or the connection; none while waiting

@@ -89,6 +89,7 @@ TEST_F(Lifetime, DroppingDoesNotWaitForACallback) {
     ASSERT_TRUE(isRunning.await());
     subscription.reset();
     goOn.set();
+    client.onTaskExecutor([] {});
 }
 
 TEST_F(Lifetime, NoCallbackStartsAfterUnsubscribe) {
