@@ -155,11 +155,6 @@ template struct FieldRow<Service::CdxConfig>;
 template struct FieldRow<Service::CdxTrigger>;
 template struct FieldRow<Service::CdxMasterControl>;
 
-template <>
-const std::string ElementTable<Service::CdxData>::name = "CdxData";
-template <>
-const std::string ElementTable<Service::CdxData>::resourceName = "cdxData";
-template <>
 const std::vector<FieldRow<Service::CdxData>>& ElementTable<Service::CdxData>::rows() {
     using E = Service::CdxData;
     using D = Service::CdxDataDescriptor;
@@ -195,11 +190,6 @@ const std::vector<FieldRow<Service::CdxData>>& ElementTable<Service::CdxData>::r
     return rows;
 }
 
-template <>
-const std::string ElementTable<Service::CdxClientState>::name = "CdxClientState";
-template <>
-const std::string ElementTable<Service::CdxClientState>::resourceName = "cdxClientStates";
-template <>
 const std::vector<FieldRow<Service::CdxClientState>>& ElementTable<Service::CdxClientState>::rows() {
     using E = Service::CdxClientState;
     using D = Service::CdxClientStateDescriptor;
@@ -217,11 +207,6 @@ const std::vector<FieldRow<Service::CdxClientState>>& ElementTable<Service::CdxC
     return rows;
 }
 
-template <>
-const std::string ElementTable<Service::CdxConfig>::name = "CdxConfig";
-template <>
-const std::string ElementTable<Service::CdxConfig>::resourceName = "cdxConfig";
-template <>
 const std::vector<FieldRow<Service::CdxConfig>>& ElementTable<Service::CdxConfig>::rows() {
     using E = Service::CdxConfig;
     using D = Service::CdxConfigDescriptor;
@@ -242,11 +227,6 @@ const std::vector<FieldRow<Service::CdxConfig>>& ElementTable<Service::CdxConfig
     return rows;
 }
 
-template <>
-const std::string ElementTable<Service::CdxTrigger>::name = "CdxTrigger";
-template <>
-const std::string ElementTable<Service::CdxTrigger>::resourceName = "cdxTrigger";
-template <>
 const std::vector<FieldRow<Service::CdxTrigger>>& ElementTable<Service::CdxTrigger>::rows() {
     using E = Service::CdxTrigger;
     using D = Service::CdxTriggerDescriptor;
@@ -274,11 +254,6 @@ const std::vector<FieldRow<Service::CdxTrigger>>& ElementTable<Service::CdxTrigg
     return rows;
 }
 
-template <>
-const std::string ElementTable<Service::CdxMasterControl>::name = "CdxMasterControl";
-template <>
-const std::string ElementTable<Service::CdxMasterControl>::resourceName = "cdxMasterControls";
-template <>
 const std::vector<FieldRow<Service::CdxMasterControl>>& ElementTable<Service::CdxMasterControl>::rows() {
     using E = Service::CdxMasterControl;
     using D = Service::CdxMasterControlDescriptor;

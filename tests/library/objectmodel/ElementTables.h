@@ -2,6 +2,8 @@
 
 #include <Cardataexchange.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -37,12 +39,49 @@ struct FieldRow {
     std::string couldNotGet() const;
 };
 
-/// What the tests know of an element's class beside its fields.
+/// What the tests know of an element's class: its name, its resource's name, and its fields.
 template <class Element>
-struct ElementTable {
-    static const std::string name;
-    static const std::string resourceName;
-    static const std::vector<FieldRow<Element>>& rows();
+struct ElementTable;
+
+template <>
+struct ElementTable<Service::CdxData> {
+    static constexpr const char* name = "CdxData";
+    static constexpr const char* resourceName = "cdxData";
+    static const std::vector<FieldRow<Service::CdxData>>& rows();
+};
+template <>
+struct ElementTable<Service::CdxClientState> {
+    static constexpr const char* name = "CdxClientState";
+    static constexpr const char* resourceName = "cdxClientStates";
+    static const std::vector<FieldRow<Service::CdxClientState>>& rows();
+};
+template <>
+struct ElementTable<Service::CdxConfig> {
+    static constexpr const char* name = "CdxConfig";
+    static constexpr const char* resourceName = "cdxConfig";
+    static const std::vector<FieldRow<Service::CdxConfig>>& rows();
+};
+template <>
+struct ElementTable<Service::CdxTrigger> {
+    static constexpr const char* name = "CdxTrigger";
+    static constexpr const char* resourceName = "cdxTrigger";
+    static const std::vector<FieldRow<Service::CdxTrigger>>& rows();
+};
+template <>
+struct ElementTable<Service::CdxMasterControl> {
+    static constexpr const char* name = "CdxMasterControl";
+    static constexpr const char* resourceName = "cdxMasterControls";
+    static const std::vector<FieldRow<Service::CdxMasterControl>>& rows();
+};
+
+/// For tests of every element: TYPED_TEST_SUITE(Suite, Elements, ElementName).
+using Elements = testing::Types<Service::CdxData, Service::CdxClientState, Service::CdxConfig, Service::CdxTrigger,
+                                Service::CdxMasterControl>;
+struct ElementName {
+    template <class Element>
+    static std::string GetName(int) {
+        return ElementTable<Element>::name;
+    }
 };
 
 /// The element that a JSON text of an object makes.

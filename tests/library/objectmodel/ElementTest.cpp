@@ -23,15 +23,6 @@ class AnElement : public testing::Test {
 protected:
     WarningsRecorder m_warnings;
 };
-using Elements = testing::Types<Service::CdxData, Service::CdxClientState, Service::CdxConfig, Service::CdxTrigger,
-                                Service::CdxMasterControl>;
-class ElementName {
-public:
-    template <class Element>
-    static std::string GetName(int) {
-        return ElementTable<Element>::name;
-    }
-};
 TYPED_TEST_SUITE(AnElement, Elements, ElementName);
 
 TYPED_TEST(AnElement, BelongsToTheServiceAndItsResource) {

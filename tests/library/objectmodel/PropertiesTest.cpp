@@ -235,15 +235,6 @@ protected:
     WarningsRecorder m_warnings;
 };
 
-using Elements = testing::Types<Service::CdxData, Service::CdxClientState, Service::CdxConfig, Service::CdxTrigger,
-                                Service::CdxMasterControl>;
-class ElementName {
-public:
-    template <class Element>
-    static std::string GetName(int) {
-        return ElementTable<Element>::name;
-    }
-};
 TYPED_TEST_SUITE(AnyInput, Elements, ElementName);
 
 TYPED_TEST(AnyInput, EitherFillsAFieldOrWarns) {
