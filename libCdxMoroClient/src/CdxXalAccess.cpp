@@ -116,7 +116,9 @@ void CdxXalAccess::ResetsSubscriptions() {
     replace<xal::Subscription>(m_spareSubscription, nullptr);
     replace<xal::Subscription>(m_cdxDataResourceSubscription, nullptr);
     replace<xal::Subscription>(m_cdxDataElementSubscription, nullptr);
-    m_clientStateSubscriptions.clear();
+    // Nothing fills it. A look that finds it empty lets a stop meet a loss of the service without a data race.
+    if (!m_clientStateSubscriptions.empty())
+        m_clientStateSubscriptions.clear();
 }
 
 bool CdxXalAccess::SubscribeClientStateObject() {
