@@ -27,7 +27,7 @@ boost::asio::ip::address parseAddress(std::string_view host, bool& good) {
         host = host.substr(1, host.size() - 2);
     }
     boost::system::error_code error;
-    const auto address = boost::asio::ip::make_address(std::string(host), error);
+    auto address = boost::asio::ip::make_address(std::string(host), error);
     good = !error;
     return address;
 }

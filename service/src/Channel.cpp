@@ -8,12 +8,12 @@ namespace cdxservice {
 
 namespace {
 
-constexpr std::size_t maxMessageBytes = 64 * 1024;
+constexpr std::size_t maxMessageBytes = 65'536;
 /// What is gathered before it is handed to the socket.
-constexpr std::size_t gatheredBytes = 32 * 1024;
+constexpr std::size_t gatheredBytes = 32'768;
 constexpr int turnsInARow = 4;
 /// With more answers waiting the client is not read.
-constexpr std::size_t maxReplyBytes = 64 * 1024;
+constexpr std::size_t maxReplyBytes = 65'536;
 /// How long a peer may take to end its side after a close frame was sent, or to take that frame.
 constexpr std::chrono::seconds endingTime(5);
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t smallBuffer = 4096;
 /// Answers to requests that came in one go are gathered up to here before they are written.
-constexpr std::size_t gatheredBytes = 64 * 1024;
+constexpr std::size_t gatheredBytes = 65'536;
 /// How long a peer may take to read the last answer before the connection goes.
 constexpr std::chrono::seconds drainTime(5);
 

@@ -11,8 +11,8 @@
 namespace cdxservice {
 
 /// How much of a head is read before it is refused.
-constexpr std::size_t maxTargetBytes = 8 * 1024;
-constexpr std::size_t maxHeaderBytes = 32 * 1024;
+constexpr std::size_t maxTargetBytes = 8192;
+constexpr std::size_t maxHeaderBytes = 32'768;
 
 /// Request line and header fields. The views point into the connection's buffer.
 struct RequestHead {

@@ -135,12 +135,13 @@ public:
             throw std::runtime_error("beyond loopback the service needs a token file: " + m_options.bindAddress);
         }
         auto tls = makeTlsContext(m_options.tlsCertificateFile, m_options.tlsKeyFile);
-        rules.tls = tls != nullptr;
+        const bool isTls = tls != nullptr;
+        rules.tls = isTls;
         const std::string host = address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
         m_run = std::make_unique<Run>(m_options, address, m_port == 0 ? m_options.port : m_port, std::move(rules),
                                       std::move(tls));
         m_port = m_run->port();
-        m_uri = (rules.tls ? "https://" : "http://") + host + ":" + std::to_string(m_port);
+        m_uri = (isTls ? "https://" : "http://") + host + ":" + std::to_string(m_port);
     }
 
     void stop() { m_run.reset(); }

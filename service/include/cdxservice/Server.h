@@ -38,7 +38,7 @@ struct ServerOptions {
 
     /// Connections served at a time; those beyond are told so and closed.
     std::size_t maxConnections = 4096;
-    std::size_t maxBodyBytes = 1024 * 1024;
+    std::size_t maxBodyBytes = 1'048'576;
     /// From the last byte, either way, to the end of a connection without a request or with an unfinished one.
     std::chrono::milliseconds idleTimeout = std::chrono::seconds(60);
     /// From an unfinished request's first byte to the end of its connection.
