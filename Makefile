@@ -52,6 +52,11 @@ test-tsan: setup ## All tests under ThreadSanitizer
 	@$(call build,tsan)
 	ctest --preset tsan -j 4
 
+.PHONY: soak
+soak: setup ## Exchange under random faults for SOAK_SECONDS (600), drawn from SEED (printed)
+	@$(call build,dev,--target soak) | tail -n 1
+	build/dev/bin/soak $(or $(SOAK_SECONDS),600) $(SEED)
+
 .PHONY: bench
 bench: setup-tools ## Measure (preset release)
 	@$(call build,release,--target bench-programs)
