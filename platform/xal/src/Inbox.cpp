@@ -21,9 +21,9 @@ bool Inbox::push(std::shared_ptr<ActiveSubscription> subscription, Event event, 
     return add(std::move(entry));
 }
 
-void Inbox::push(const char* what, std::function<void()> call) {
+void Inbox::push(std::string what, std::function<void()> call) {
     Entry entry;
-    entry.what = what;
+    entry.what = std::move(what);
     entry.call = std::move(call);
     add(std::move(entry));
 }
@@ -59,8 +59,8 @@ void Inbox::drain() {
         try {
             deliver(entry);
         } catch (...) {
-            const std::string where = entry.subscription ? m_service + "/" + entry.subscription->name() + ": handler"
-                                                         : m_service + ": " + entry.what + " handler";
+            const std::string where = (m_service.empty() ? "" : m_service + (entry.subscription ? "/" : ": ")) +
+                                      (entry.subscription ? entry.subscription->name() + ":" : entry.what) + " handler";
             const std::string error = describeThrown(where);
             entry = Entry();
             leave();

@@ -30,14 +30,14 @@ public:
         std::chrono::steady_clock::duration turn = std::chrono::milliseconds(10);
     };
 
-    /// `service` stands before what a handler throws.
+    /// `service` stands before what a handler throws; it may be empty.
     Inbox(std::shared_ptr<Tasks> tasks, std::string service, std::function<void()> roomAgain);
     Inbox(std::shared_ptr<Tasks> tasks, std::string service, std::function<void()> roomAgain, const Limits& limits);
 
     /// An event for a subscription; `bytes` is what it keeps alive. False: full, though this one was taken.
     bool push(std::shared_ptr<ActiveSubscription> subscription, Event event, std::size_t bytes);
     /// A call of a listener, which `what` names. Never too much.
-    void push(const char* what, std::function<void()> call);
+    void push(std::string what, std::function<void()> call);
 
     /// Nothing starts any more. Returns when nothing runs on another thread.
     void close();
@@ -48,7 +48,7 @@ private:
     struct Entry {
         std::shared_ptr<ActiveSubscription> subscription;
         Event event = {};
-        const char* what = nullptr;
+        std::string what = {};
         std::function<void()> call = {};
         std::size_t bytes = 0;
     };

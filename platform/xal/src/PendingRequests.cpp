@@ -27,8 +27,14 @@ void PendingRequests::answer(const Ticket& ticket, Response response, Value valu
         ticket->response = std::move(response);
         ticket->value = std::move(value);
     }
-    m_tasks->post([self = shared_from_this(), ticket] { self->run(ticket); },
-                  [self = shared_from_this(), ticket] { self->drop(ticket); });
+    try {
+        m_tasks->post([self = shared_from_this(), ticket] { self->run(ticket); },
+                      [self = shared_from_this(), ticket] { self->drop(ticket); });
+    } catch (...) {
+        // No memory for the task: it stays without an answer until failAll() gives one.
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        ticket->state = Entry::WAITING;
+    }
 }
 
 bool PendingRequests::claim(const Ticket& ticket, IServiceConnection::Answer& handler) {

@@ -32,7 +32,13 @@ class Turn {
 public:
     Turn(std::shared_ptr<PendingRequests> pending, PendingRequests::Ticket ticket)
         : m_pending(std::move(pending)), m_ticket(std::move(ticket)) {}
-    ~Turn() { answer(std::make_shared<const XalResponse>(0), nullptr); }
+    ~Turn() {
+        try {
+            answer(std::make_shared<const XalResponse>(0), nullptr);
+        } catch (...) {
+            // Without memory it fails when the registry is closed.
+        }
+    }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
 
@@ -52,7 +58,13 @@ class ServiceLink::Handle : public Subscription {
 public:
     Handle(std::shared_ptr<ServiceLink> link, std::shared_ptr<ActiveSubscription> subscription)
         : m_link(std::move(link)), m_subscription(std::move(subscription)) {}
-    ~Handle() override { m_link->release(m_subscription); }
+    ~Handle() override {
+        try {
+            m_link->release(m_subscription);
+        } catch (...) {
+            // It is released; only the service is not told.
+        }
+    }
     void unsubscribe() override {
         m_link->release(m_subscription);
         m_subscription->awaitReturn();

@@ -52,7 +52,7 @@ void SubscriptionTable::forget(const Subscription& subscription) {
 
 void SubscriptionTable::subscribeAll() {
     for (const auto& [place, subscription] : m_all)
-        if (m_isConnected && subscription->progress.number == 0)
+        if (m_isConnected && subscription->progress.number == 0 && !subscription->isReleased())
             subscribe(subscription);
 }
 
@@ -111,11 +111,11 @@ SubscriptionTable::Outcome SubscriptionTable::takeSubscribed(const Subscription&
     }
     progress.isAnswered = true;
     progress.epoch = message.epoch;
-    m_unanswered.erase(progress.number);
     if (m_logger.isDebug())
-        m_logger.debug("subscribed to " + subscription->name() +
+        m_logger.debug("subscribed to " + subscription->name() + waited(progress.number) +
                        (message.isResumed ? ", resumed at " + std::to_string(progress.expectedPrevious)
                                           : std::string(", from the beginning")));
+    m_unanswered.erase(progress.number);
     const bool isRestart = !message.isResumed && progress.hasBegun;
     progress.hasBegun = true;
     if (!isRestart)
@@ -123,6 +123,14 @@ SubscriptionTable::Outcome SubscriptionTable::takeSubscribed(const Subscription&
     Event event;
     event.kind = Event::RESTARTED;
     return deliver(subscription, std::move(event), 0);
+}
+
+std::string SubscriptionTable::waited(std::int64_t number) const {
+    const auto until = m_unanswered.find(number);
+    if (until == m_unanswered.end())
+        return {};
+    const auto time = m_surroundings.now() - (until->second - m_timeout);
+    return " after " + std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(time).count()) + " ms";
 }
 
 bool SubscriptionTable::follows(const ActiveSubscription& subscription, const ChannelMessage& message) const {
@@ -167,8 +175,8 @@ SubscriptionTable::Outcome SubscriptionTable::takeCurrent(const Subscription& su
 SubscriptionTable::Outcome SubscriptionTable::takeError(const Subscription& subscription,
                                                         const ChannelMessage& message) {
     if (m_logger.isDebug())
-        m_logger.debug("subscription to " + subscription->name() + " refused: " + std::to_string(message.status) + " " +
-                       message.text);
+        m_logger.debug("subscription to " + subscription->name() + " refused" + waited(subscription->progress.number) +
+                       ": " + std::to_string(message.status) + " " + message.text);
     forget(subscription);
     Event event;
     event.kind = Event::REFUSED;

@@ -57,6 +57,8 @@ private:
     Outcome takeError(const Subscription& subscription, const ChannelMessage& message);
     Outcome takeEvent(const Subscription& subscription, ChannelMessage& message, std::size_t bytes);
     Outcome takeCurrent(const Subscription& subscription, const ChannelMessage& message);
+    /// How long a subscription has been waiting for its answer, to be read by people.
+    std::string waited(std::int64_t number) const;
     bool follows(const ActiveSubscription& subscription, const ChannelMessage& message) const;
     Outcome deliver(const Subscription& subscription, Event event, std::size_t bytes);
 

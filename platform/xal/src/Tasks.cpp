@@ -1,6 +1,7 @@
 #include "Tasks.h"
 
 #include <atomic>
+#include <new>
 #include <stdexcept>
 
 namespace xal {
@@ -40,7 +41,14 @@ Tasks::Tasks(std::shared_ptr<xalutil::ITaskExecutor> executor)
 }
 
 void Tasks::post(std::function<void()> run, std::function<void()> dropped) {
-    auto task = std::make_shared<Task>();
+    std::shared_ptr<Task> task;
+    try {
+        task = std::make_shared<Task>();
+    } catch (const std::bad_alloc&) {
+        if (dropped)
+            dropped();
+        return;
+    }
     task->run = std::move(run);
     task->dropped = std::move(dropped);
     task->executor = m_executor.get();

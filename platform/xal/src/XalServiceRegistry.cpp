@@ -67,7 +67,7 @@ XalServiceRegistry::Impl::Impl(
     std::shared_ptr<std::map<std::string, XalServiceConfigurations::ServiceSetting>> serviceSettings)
     : m_config(std::move(config)), m_settings(std::move(settings)), m_serviceSettings(std::move(serviceSettings)),
       m_logger(makeLogger(loggers)), m_context(std::make_shared<RegistryContext>()),
-      m_errors(std::make_shared<Inbox>(std::make_shared<Tasks>(task), "registry", nullptr)), m_atProcessEnd([this] {
+      m_errors(std::make_shared<Inbox>(std::make_shared<Tasks>(task), std::string(), nullptr)), m_atProcessEnd([this] {
           for (const auto& link : links())
               link->end();
       }) {
@@ -126,7 +126,7 @@ void XalServiceRegistry::Impl::registerListener(const std::string& service, Serv
             settings = settingsOf(service);
         } catch (const std::exception& e) {
             m_logger->error(service + ": " + e.what());
-            m_errors->push("error", [error = std::move(error), reason = std::runtime_error(e.what())] {
+            m_errors->push(service + ": error", [error = std::move(error), reason = std::runtime_error(e.what())] {
                 if (error)
                     error(reason);
             });
