@@ -232,7 +232,7 @@ public:                                                                         
                                                                                                                    \
 private:                                                                                                           \
     friend Frame;                                                                                                  \
-    struct Rows;                                                                                                   \
+    struct [[gnu::visibility("hidden")]] Rows;                                                                     \
     std::uint32_t m_pendingInFilter = 0;                                                                           \
     CDX_EACH_FIELD(FieldEnum, CDX_MEMBER, CDX_MEMBER, Element)
 
@@ -270,7 +270,7 @@ struct cmp_str {
 /// create, change, delete or find one. Both are plain values, owned by one thread at a time; a field of either is
 /// absent until it is set, and reading an absent one's value throws. No operation clears a field.
 class CDX_EXPORT CardataexchangeService : public xal::Service {
-    struct Frame;
+    struct [[gnu::visibility("hidden")]] Frame;
 
 public:
     /// Made by the framework when the service is there.

@@ -21,7 +21,7 @@ std::mutex& loggerMutex() {
 } // namespace
 
 /// What every element and descriptor class does, for whichever fields it has. It sees the private parts of all of them.
-struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
+struct CardataexchangeService::Frame {
     /// A row of a field list. Its place in the tuple that all of a class's rows make is its number in the field enum.
     template <class Descriptor, class T>
     struct Field {
@@ -53,28 +53,26 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
     // Setting, and the filter. Nobody looks at the filter of most elements that are filled, so a fill notes in
     // m_pendingInFilter which fields the filter lacks, and whoever needs the filter has them added first, in the field
     // enum's order. Nobody may be able to tell: where adding later would give another result, what is pending is added
-    // before.
+    // before. (A descriptor that lacks pairs is never constant: elements hand out copies, and those are asked once.)
 
-    static void addToFilter(xal::XalFilter & filter, const std::string& key, const std::string& value) {
+    static void addToFilter(xal::XalFilter& filter, const std::string& key, const std::string& value) {
         filter.add(key, value);
     }
-    static void addToFilter(xal::XalFilter & filter, const std::string& key, std::int64_t value) {
+    static void addToFilter(xal::XalFilter& filter, const std::string& key, std::int64_t value) {
         filter.add(key, long{value});
     }
-    static void addToFilter(xal::XalFilter & filter, const std::string& key, bool value) {
-        filter.add(key, value);
-    }
-    static void addToFilter(xal::XalFilter & filter, const std::string& key, const Strings& value) {
+    static void addToFilter(xal::XalFilter& filter, const std::string& key, bool value) { filter.add(key, value); }
+    static void addToFilter(xal::XalFilter& filter, const std::string& key, const Strings& value) {
         if (!value.empty())
             filter.add(key, value.front());
     }
     template <class Enum, class = std::enable_if_t<std::is_enum_v<Enum>>>
-    static void addToFilter(xal::XalFilter & filter, const std::string& key, Enum value) {
+    static void addToFilter(xal::XalFilter& filter, const std::string& key, Enum value) {
         filter.add(key, detail::literalsOf(value).at(value));
     }
 
     template <class Descriptor>
-    static void completeFilter(Descriptor & descriptor) {
+    static void completeFilter(Descriptor& descriptor) {
         if (descriptor.m_pendingInFilter == 0)
             return;
         forEachField<Descriptor>([&descriptor](const auto& field, std::uint32_t bit) {
@@ -86,7 +84,7 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
 
     /// `value` may be what the field holds already.
     template <class Descriptor, class T, class Value>
-    static void set(Descriptor & descriptor, const Field<Descriptor, T>& field, Value&& value) {
+    static void set(Descriptor& descriptor, const Field<Descriptor, T>& field, Value&& value) {
         completeFilter(descriptor);
         auto& stored = descriptor.*field.value;
         if (!stored.isValid() || &stored.getValue() != &value)
@@ -95,7 +93,7 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
     }
 
     template <class Descriptor, class T>
-    static void setLeavingFilterPending(Descriptor & descriptor, const Field<Descriptor, T>& field, std::uint32_t bit,
+    static void setLeavingFilterPending(Descriptor& descriptor, const Field<Descriptor, T>& field, std::uint32_t bit,
                                         T&& value) {
         auto& pending = descriptor.m_pendingInFilter;
         bool addsToFilter = true;
@@ -118,7 +116,7 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
     template <class... Piece>
     static void warn(int line, const Piece&... text) {
         createLoggerIfNeeded();
-        if (!m_logger->isWarning())
+        if (!m_logger || !m_logger->isWarning())
             return;
         std::string message = "libCdxMoroClient/src/Cardataexchange:" + std::to_string(line) + " ";
         (message.append(text), ...);
@@ -161,7 +159,7 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
     }
 
     template <class Descriptor, class T>
-    static void fillField(Descriptor & descriptor, const Field<Descriptor, T>& field, std::uint32_t bit,
+    static void fillField(Descriptor& descriptor, const Field<Descriptor, T>& field, std::uint32_t bit,
                           const xalutil::JsonObject& json) {
         if constexpr (std::is_same_v<T, Strings>) {
             setLeavingFilterPending(descriptor, field, bit, readStrings(json, field.key));
@@ -184,7 +182,7 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
 
     /// `fillIdentity` is the template's own fill.
     template <class Descriptor, class FillIdentity>
-    static void fill(Descriptor & descriptor, const xalutil::JsonObject& json, FillIdentity fillIdentity) {
+    static void fill(Descriptor& descriptor, const xalutil::JsonObject& json, FillIdentity fillIdentity) {
         try {
             fillIdentity();
             forEachField<Descriptor>([&](const auto& field, std::uint32_t bit) {
@@ -205,7 +203,7 @@ struct [[gnu::visibility("hidden")]] CardataexchangeService::Frame {
     // Writing out.
 
     template <class T>
-    static void write(xalutil::JsonObject & json, const std::string& key, const T& value) {
+    static void write(xalutil::JsonObject& json, const std::string& key, const T& value) {
         if constexpr (std::is_enum_v<T>) {
             json.set(key, detail::literalsOf(value).at(value));
         } else if constexpr (std::is_same_v<T, Strings>) {
@@ -282,7 +280,7 @@ void CardataexchangeService::createLoggerIfNeeded() {
 // NOLINTEND(bugprone-macro-parentheses)
 
 #define CDX_DEFINE_ELEMENT(Element, FieldEnum, resource)                                                     \
-    struct [[gnu::visibility("hidden")]] CardataexchangeService::Element##Descriptor::Rows {                 \
+    struct CardataexchangeService::Element##Descriptor::Rows {                                               \
         enum Place { FieldEnum##_LIST(CDX_PLACE, CDX_PLACE, Element) };                                      \
         static const auto& all() {                                                                           \
             static const auto& fields =                                                                      \

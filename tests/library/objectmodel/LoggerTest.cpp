@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <thread>
 
 namespace {
@@ -69,6 +70,20 @@ TEST(TheModelsLoggerDeathTest, IsMadeOnceWhenManyThreadsLogFirst) {
             std::exit(0);
         },
         testing::ExitedWithCode(0), "^1 logger, 8 lines\n$");
+}
+
+TEST(TheModelsLoggerDeathTest, MayBeMissing) {
+    class NoLoggers : public xalutil::LoggerFactory {
+        std::unique_ptr<xalutil::ILogger> createLogger(const std::string&) override { return nullptr; }
+    };
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            xalutil::LoggerFactory::setDefaultLoggerFactory(std::make_shared<NoLoggers>());
+            const bool isAbsent = !elementFrom<Service::CdxTrigger>(badText).getElementId().isValid();
+            std::exit(isAbsent ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 } // namespace
