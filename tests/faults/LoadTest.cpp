@@ -30,6 +30,11 @@ long resident() {
     return 0;
 }
 
+/// A size as it is measured for docs/reliability.md where CDX_FULL_LOAD is set, or the smaller one of daily runs.
+std::size_t sized(std::size_t daily, std::size_t full) {
+    return std::getenv("CDX_FULL_LOAD") ? full : daily;
+}
+
 class Load : public ::testing::Test {
 protected:
     Load() { m_service.start(); }
@@ -38,7 +43,7 @@ protected:
 };
 
 TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
-    constexpr int changes = 20'000;
+    const auto changes = static_cast<int>(sized(5'000, 100'000));
     HttpTestClient vehicle(m_service.port());
     const std::string created =
         vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"first","recordBody":"0"})").body;
@@ -47,7 +52,7 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
     Event released;
     user.onNotified = [&] {
         arrived.set();
-        released.await(std::chrono::seconds(60));
+        released.await(std::chrono::minutes(5));
     };
     ASSERT_TRUE(user.start());
     ASSERT_TRUE(arrived.await());
@@ -71,7 +76,7 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
 }
 
 TEST_F(Load, OfTwoHundredSubscribersLeavesThemAllWithTheSameState) {
-    constexpr std::uint64_t changes = 2'000;
+    const std::uint64_t changes = sized(500, 5'000);
     HttpTestClient vehicle(m_service.port());
     ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"0"})").status, 201);
     std::vector<WebSocketPeer> subscribers;
@@ -101,8 +106,8 @@ TEST_F(Load, OfTwoHundredSubscribersLeavesThemAllWithTheSameState) {
     std::cout << messages << " messages to 200 subscribers in " << taken.count() << " ms\n";
 }
 
-TEST_F(Load, OfTenThousandElementsReachesASubscriberWhole) {
-    constexpr std::size_t elements = 10'000;
+TEST_F(Load, OfManyElementsReachesASubscriberWhole) {
+    const std::size_t elements = sized(2'000, 10'000);
     HttpTestClient vehicle(m_service.port());
     for (std::size_t i = 0; i < elements; ++i)
         ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"name":"n"})").status, 201);

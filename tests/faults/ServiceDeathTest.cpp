@@ -120,10 +120,10 @@ TEST_F(Silence, OfTheNetworkIsDetectedAndRecoveredFrom) {
 TEST_F(Silence, OfAQuietServiceIsNone) {
     cdxservice::Server service;
     service.start();
-    FrameworkUser user(service.port(), 30);
+    FrameworkUser user(service.port(), watchdog);
     ASSERT_TRUE(user.start());
     // Several times both limits, with nothing but pongs: the time is what is tested.
-    EXPECT_EQ(user.client.told.await("disconnected", milliseconds(400)), "");
+    EXPECT_EQ(user.client.told.await("disconnected", milliseconds(6 * watchdog)), "");
 }
 
 TEST(Refusal, CostsNextToNoProcessorTimeAndEndsWithTheServicesReturn) {

@@ -87,6 +87,10 @@ void Listener::listen() {
 }
 
 void Listener::refuse() {
+    if (!m_listening)
+        return;
+    // A thread that polls the socket keeps it listening beyond its closing.
+    ::shutdown(m_listening.get(), SHUT_RDWR);
     m_listening.reset();
 }
 
