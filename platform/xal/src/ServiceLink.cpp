@@ -400,6 +400,11 @@ void ServiceLink::awaitClose() {
 
 void ServiceLink::end() {
     beginClose();
+    // What is under way ends with the connection: nothing stays behind that keeps itself alive.
+    m_loop->post([weak = weak_from_this()] {
+        if (const auto self = weak.lock(); self && self->m_channel)
+            self->m_channel->abort("the process ends");
+    });
     m_loop->stop();
     m_loop->awaitEnd(longestEnd);
 }

@@ -6,12 +6,21 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <thread>
 
 int main(int, char** arguments) {
     const std::string how = arguments[2];
+    // Older than the framework's exit handler, and so destroyed after it.
+    static std::unique_ptr<xaltest::TestClient> destroyed;
     // Never destroyed: nothing of it is stopped by anybody but the framework itself.
-    auto& client = *new xaltest::TestClient(arguments[1]);
+    static xaltest::TestClient* kept = nullptr;
+    auto made = std::make_unique<xaltest::TestClient>(arguments[1]);
+    auto& client = *made;
+    if (how == "destroyed")
+        destroyed = std::move(made);
+    else
+        kept = made.release();
     cdxtest::Event isBusy;
     if (how == "busy")
         client.onConnected = [&isBusy](const auto&) {
@@ -36,7 +45,7 @@ int main(int, char** arguments) {
                 client->registry.reset();
             }
         } closer;
-        closer.client = &client;
+        closer.client = kept;
     }
     std::puts("ending");
     std::fflush(stdout);

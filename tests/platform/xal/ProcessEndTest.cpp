@@ -46,7 +46,7 @@ TEST_P(ProcessEnd, KeepsTheProgramsOwnStatus) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
-INSTANTIATE_TEST_SUITE_P(While, ProcessEnd, testing::Values("connected", "connecting", "busy", "closing"),
+INSTANTIATE_TEST_SUITE_P(While, ProcessEnd, testing::Values("connected", "connecting", "busy", "closing", "destroyed"),
                          [](const auto& how) { return how.param; });
 
 } // namespace
