@@ -338,58 +338,6 @@ TEST_F(CdxMoroClientTest, ADeleteWithoutAServiceTellsTheClientsConfigurationCrea
     EXPECT_THAT(calls, ElementsAre(R"(0 {"name":"A"})"));
 }
 
-// The worker thread
-
-/// The worker says that it waits while it holds the mutex that a wake-up takes: one that is sent after its line was
-/// seen cannot be lost.
-class WorkerTest : public CdxMoroClientTest {
-protected:
-    const std::string waiting = "7 CdxMoroClient::run: Conditional wait";
-    const std::string ended = "5 CdxMoroClient::run Exiting from CdxMoroClient";
-};
-
-TEST_F(WorkerTest, WaitsForOneWakeUpAndEnds) {
-    client->start();
-    ASSERT_TRUE(log.waitFor(waiting));
-
-    client->stopMoroClient();
-    client->join();
-
-    EXPECT_FALSE((*client).*reveal(cdxtest::ClientIsRunning()));
-    EXPECT_THAT(log.outlinesOf("CdxMoroClient::run"),
-                ElementsAre("5 CdxMoroClient::run CDX MORO Client has started", waiting,
-                            "7 CdxMoroClient::run: Awaken CdxMoroClient thread to exit. ", ended));
-}
-
-TEST_F(WorkerTest, AWakeUpEndsItWhateverIsRunningHolds) {
-    client->start();
-    ASSERT_TRUE(log.waitFor(waiting));
-
-    client->SendWakeupSignal();
-    client->join();
-
-    EXPECT_TRUE((*client).*reveal(cdxtest::ClientIsRunning()));
-}
-
-TEST_F(WorkerTest, StoppingTracesAndWakes) {
-    client->stopMoroClient();
-
-    EXPECT_THAT(log.outlines(), ElementsAre("7 CdxMoroClient::stopMoroClient: ",
-                                            "7 CdxMoroClient::SendWakeupSignal: Waking up CdxMoroClient Thread"));
-}
-
-TEST_F(WorkerTest, AWakeUpBeforeItWaitsIsLost) {
-    client->stopMoroClient();
-
-    client->start();
-    ASSERT_TRUE(log.waitFor(waiting));
-    EXPECT_THAT(log.outlines(), testing::Not(testing::Contains(ended)));
-
-    client->SendWakeupSignal();
-    client->join();
-    EXPECT_THAT(log.outlines(), testing::Contains(ended));
-}
-
 // Layout
 
 TEST_F(CdxMoroClientTest, MembersAreInTheirOrder) {

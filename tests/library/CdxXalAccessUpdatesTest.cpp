@@ -1,8 +1,5 @@
 #include "AccessFixture.h"
 
-#include <json/json.h>
-
-#include <functional>
 #include <stdexcept>
 
 namespace {
@@ -12,155 +9,11 @@ using testing::IsEmpty;
 using zepclient::CdxXalAccess;
 using Write = void (CdxXalAccess::*)(oru::Json::Value);
 
-class CdxXalAccessWritesTest : public cdxtest::AccessFixture {
+class CdxXalAccessUpdatesTest : public cdxtest::AccessFixture {
 protected:
     void write(Write operation, const std::string& json) { ((*access).*operation)(cdxtest::documentOf(json)); }
     std::string sentBody() const { return connection->nextRequest().body->toString(); }
 };
-
-/// One of the three creates.
-struct Create {
-    std::string operation;
-    Write create;
-    std::string resource;
-    std::string status;
-    std::string filler;
-    std::string startNotice;
-    std::string successNotice;
-    std::string error;
-};
-
-std::ostream& operator<<(std::ostream& stream, const Create& create) {
-    return stream << create.operation;
-}
-
-class CreateTest : public CdxXalAccessWritesTest, public testing::WithParamInterface<Create> {
-protected:
-    std::string head(const char* level) const { return std::string(level) + " CdxXalAccess::" + GetParam().operation; }
-    void create(const std::string& json) { write(GetParam().create, json); }
-};
-
-INSTANTIATE_TEST_SUITE_P(
-    All, CreateTest,
-    testing::Values(Create{"CreateNewCdxConfigElement", &CdxXalAccess::CreateNewCdxConfigElement, "cdxConfig",
-                           "CdxConfigCreateStatus", "PopulateConfigDescFromJson", "Creating new cdxconfig element for ",
-                           "Created new XAL element for Cdx Config", "Error in creating cdx Config element"},
-                    Create{"CreateNewCdxTriggerElement", &CdxXalAccess::CreateNewCdxTriggerElement, "cdxTrigger",
-                           "CdxTriggerCreateStatus", "PopulateTriggerDescFromJson",
-                           "Creating new cdx Trigger  element for ", "Created new XAL element for Cdx Trigger",
-                           "Error in creating cdx Trigger element"},
-                    Create{"CreateNewCdxMasterControlElement", &CdxXalAccess::CreateNewCdxMasterControlElement,
-                           "cdxMasterControls", "CdxMasterControlElementCreateStatus", "PopulateMasterCtlDescFromJson",
-                           "Creating new cdxmaster control element for ",
-                           "Created new XAL element for CdxMaster Control",
-                           "Error in creating cdxmaster Control element"}),
-    [](const auto& create) { return create.param.resource; });
-
-TEST_P(CreateTest, SendsTheElementUnderItsPrefixedName) {
-    connect();
-
-    create(R"({"name":"A","elementId":3})");
-
-    EXPECT_THAT(journal(), ElementsAre("create " + GetParam().resource));
-    EXPECT_EQ("CarDataExchange", connection->nextRequest().serviceName);
-    EXPECT_EQ(R"({"name":"RefreshField^true>>A","elementId":3})", sentBody());
-    EXPECT_THAT(log.outlines(), ElementsAre(head("7") + ": ", "7 CdxXalAccess::" + GetParam().filler + ": ",
-                                            head("5") + " " + GetParam().startNotice + "A"));
-    EXPECT_THAT(callback->calls, IsEmpty());
-}
-
-TEST_P(CreateTest, ReportsSuccessWithTheNewElementsIdAndUri) {
-    connect();
-    create(R"({"name":"A"})");
-    clearRecords();
-
-    connection->answer(201, R"({"id":"7","uri":"/u/7","name":"whatever"})");
-
-    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + R"( 1 {"id":"7","name":"A","uri":"/u/7"})"));
-    EXPECT_THAT(log.outlines(), ElementsAre(head("5") + "[] " + GetParam().successNotice));
-}
-
-TEST_P(CreateTest, ReportsARefusalWithTheNameOnly) {
-    connect();
-    create(R"({"name":"A","id":"7"})");
-    clearRecords();
-
-    connection->answer(422);
-
-    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + R"( 0 {"name":"A"})"));
-    EXPECT_THAT(log.outlines(), ElementsAre(head("3") + "[]: " + GetParam().error));
-}
-
-TEST_P(CreateTest, ReportsARequestThatThrewAsARefusal) {
-    connect();
-    create(R"({"name":"A"})");
-    clearRecords();
-
-    connection->answerWithException("create element failed");
-
-    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + R"( 0 {"name":"A"})"));
-}
-
-TEST_P(CreateTest, WithoutANameSendsThePrefixAndReportsAnEmptyName) {
-    connect();
-
-    create("{}");
-    EXPECT_EQ(R"({"name":"RefreshField^true>>"})", sentBody());
-    EXPECT_EQ(head("5") + " " + GetParam().startNotice, log.outlines(5).back());
-
-    connection->answer(201, R"({"id":"7","uri":"/u"})");
-    EXPECT_THAT(callback->calls, ElementsAre(GetParam().status + R"( 1 {"id":"7","name":"","uri":"/u"})"));
-}
-
-TEST_P(CreateTest, AnElementThatComesBackWithoutIdOrUriThrowsAndIsNotReported) {
-    connect();
-    create(R"({"name":"A"})");
-    create(R"({"name":"B"})");
-
-    for (const char* answer : {R"({"uri":"/u"})", R"({"id":"7"})"}) {
-        try {
-            connection->answer(201, answer);
-            ADD_FAILURE() << "nothing was thrown for " << answer;
-        } catch (const std::runtime_error& error) {
-            EXPECT_STREQ("getValue called on uninitialized Optional", error.what());
-        }
-    }
-    EXPECT_THAT(callback->calls, IsEmpty());
-}
-
-TEST_P(CreateTest, WithoutACallbackTheOutcomeIsOnlyLogged) {
-    connect();
-    create(R"({"name":"A"})");
-    create(R"({"name":"B"})");
-    access->AssignCallback(nullptr);
-    clearRecords();
-
-    connection->answer(201, R"({"id":"7","uri":"/u"})");
-    connection->answer(500);
-
-    EXPECT_THAT(log.outlines(),
-                ElementsAre(head("5") + "[] " + GetParam().successNotice, head("3") + "[]: " + GetParam().error));
-}
-
-TEST_P(CreateTest, TheOutcomeGoesToTheCallbackAssignedWhenItArrives) {
-    connect();
-    create(R"({"name":"A"})");
-    const auto later = std::make_shared<cdxtest::RecordingCallback>();
-    access->AssignCallback(later);
-
-    connection->answer(500);
-
-    EXPECT_THAT(callback->calls, IsEmpty());
-    EXPECT_THAT(later->calls, ElementsAre(GetParam().status + R"( 0 {"name":"A"})"));
-}
-
-TEST_P(CreateTest, ADocumentThatCannotBeConvertedThrowsToTheCallerAndSendsNothing) {
-    connect();
-
-    EXPECT_THROW(create(R"({"name":["A"]})"), Json::Exception);
-
-    EXPECT_THAT(journal(), IsEmpty());
-}
 
 /// One of the three updates.
 struct Update {
@@ -179,7 +32,7 @@ std::ostream& operator<<(std::ostream& stream, const Update& update) {
     return stream << update.operation;
 }
 
-class UpdateTest : public CdxXalAccessWritesTest, public testing::WithParamInterface<Update> {
+class UpdateTest : public CdxXalAccessUpdatesTest, public testing::WithParamInterface<Update> {
 protected:
     std::string head(const char* level) const { return std::string(level) + " CdxXalAccess::" + GetParam().operation; }
     void update(const std::string& json) { write(GetParam().update, json); }
@@ -308,7 +161,7 @@ TEST_P(UpdateTest, WithLoggingOffIsStillSent) {
     EXPECT_THAT(log.outlines(), IsEmpty());
 }
 
-TEST_F(CdxXalAccessWritesTest, AnUpdateOfARecordOrATriggerWithoutANameSendsThePrefixAndReportsAnEmptyName) {
+TEST_F(CdxXalAccessUpdatesTest, AnUpdateOfARecordOrATriggerWithoutANameSendsThePrefixAndReportsAnEmptyName) {
     connect();
 
     write(&CdxXalAccess::UpdateConfigElement, R"({"id":"7"})");
@@ -332,7 +185,7 @@ std::ostream& operator<<(std::ostream& stream, const LoggedKey& logged) {
     return stream << logged.key;
 }
 
-class LoggedKeyTest : public CdxXalAccessWritesTest, public testing::WithParamInterface<LoggedKey> {
+class LoggedKeyTest : public CdxXalAccessUpdatesTest, public testing::WithParamInterface<LoggedKey> {
 protected:
     oru::Json::Value documentWithoutKey() const {
         oru::Json::Value document = cdxtest::documentOf(masterControl);
@@ -373,7 +226,7 @@ TEST_P(LoggedKeyTest, AnUpdateWithoutItIsSentBelowTheLevel) {
     EXPECT_EQ(1U, connection->unansweredCount());
 }
 
-TEST_F(CdxXalAccessWritesTest, AMasterControlUpdateWithoutANameSendsNone) {
+TEST_F(CdxXalAccessUpdatesTest, AMasterControlUpdateWithoutANameSendsNone) {
     connect();
     log.setLevel(5);
 
@@ -384,7 +237,7 @@ TEST_F(CdxXalAccessWritesTest, AMasterControlUpdateWithoutANameSendsNone) {
     EXPECT_THAT(callback->calls, ElementsAre("CdxMasterCtlUpdateStatus 1 "));
 }
 
-TEST_F(CdxXalAccessWritesTest, OutcomesFindTheirRequestsWhateverTheOrderOfTheKinds) {
+TEST_F(CdxXalAccessUpdatesTest, OutcomesFindTheirRequestsWhateverTheOrderOfTheKinds) {
     connect();
 
     write(&CdxXalAccess::CreateNewCdxConfigElement, R"({"name":"A"})");
@@ -398,7 +251,7 @@ TEST_F(CdxXalAccessWritesTest, OutcomesFindTheirRequestsWhateverTheOrderOfTheKin
                                              R"(CdxTriggerCreateStatus 1 {"id":"8","name":"C","uri":"/u"})"));
 }
 
-TEST_F(CdxXalAccessWritesTest, ADeleteIsAddressedByTheDocumentsIdAndReadsNothingElse) {
+TEST_F(CdxXalAccessUpdatesTest, ADeleteIsAddressedByTheDocumentsIdAndReadsNothingElse) {
     connect();
 
     write(&CdxXalAccess::DeleteConfig, R"({"id":"7","name":"A","elementId":"not a number"})");
@@ -409,7 +262,7 @@ TEST_F(CdxXalAccessWritesTest, ADeleteIsAddressedByTheDocumentsIdAndReadsNothing
                             "5 CdxXalAccess::DeleteConfig Clearing cdxconfig element at server side for "));
 }
 
-TEST_F(CdxXalAccessWritesTest, ADeleteWithoutAnIdIsSentWithoutOne) {
+TEST_F(CdxXalAccessUpdatesTest, ADeleteWithoutAnIdIsSentWithoutOne) {
     connect();
 
     write(&CdxXalAccess::DeleteConfig, "{}");
@@ -417,7 +270,7 @@ TEST_F(CdxXalAccessWritesTest, ADeleteWithoutAnIdIsSentWithoutOne) {
     EXPECT_THAT(journal(), ElementsAre("remove cdxConfig"));
 }
 
-TEST_F(CdxXalAccessWritesTest, ADeletesOutcomeIsOnlyLogged) {
+TEST_F(CdxXalAccessUpdatesTest, ADeletesOutcomeIsOnlyLogged) {
     connect();
     write(&CdxXalAccess::DeleteConfig, R"({"id":"7"})");
     write(&CdxXalAccess::DeleteConfig, R"({"id":"8"})");
@@ -431,14 +284,6 @@ TEST_F(CdxXalAccessWritesTest, ADeletesOutcomeIsOnlyLogged) {
         ElementsAre("5 CdxXalAccess::DeleteConfig[] Cleared CDX Config  element",
                     "3 CdxXalAccess::DeleteConfig[]: Error in deleting cdx Config element, response code = 404"));
     EXPECT_THAT(callback->calls, IsEmpty());
-}
-
-TEST_F(CdxXalAccessWritesTest, AFailedCreateCanBeReportedFromOutside) {
-    access->AssignCallback(callback);
-
-    access->reportCreateFailed(&zepclient::CdxXalCallback::CdxTriggerCreateStatus, "A");
-
-    EXPECT_THAT(callback->calls, ElementsAre(R"(CdxTriggerCreateStatus 0 {"name":"A"})"));
 }
 
 } // namespace
