@@ -30,7 +30,9 @@ int main(int, char** arguments) {
     client.listen();
     if (how == "busy")
         isBusy.await();
-    else if (how != "connecting" && !client.connection())
+    else if (how == "connecting")
+        std::getchar(); // until the test has seen the attempt
+    else if (!client.connection())
         return 1;
     static const auto subscription =
         how == "connected" ? client.connection()->subscribeResource<xaltest::Item>(xaltest::ItemDescriptor(),

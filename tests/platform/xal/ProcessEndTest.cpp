@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fcntl.h>
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 
 extern char** environ;
 
@@ -19,15 +21,25 @@ protected:
     int run() {
         std::string program = XAL_EXIT_PROGRAM, uri = peer.uri(), how = GetParam();
         char* const arguments[] = {program.data(), uri.data(), how.data(), nullptr};
+        int input[2];
+        if (::pipe2(input, O_CLOEXEC) != 0)
+            return -1;
+        cdxtest::Descriptor childsEnd(input[0]), ownEnd(input[1]);
+        posix_spawn_file_actions_t files;
+        ::posix_spawn_file_actions_init(&files);
+        ::posix_spawn_file_actions_adddup2(&files, childsEnd.get(), STDIN_FILENO);
         pid_t child = 0;
-        if (::posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ) != 0)
+        const int failure = ::posix_spawn(&child, program.c_str(), &files, nullptr, arguments, environ);
+        ::posix_spawn_file_actions_destroy(&files);
+        if (failure != 0)
             return -1;
         auto tcp = peer.acceptTcp();
         if (how == "connecting") {
             tcp.takeUntil("\r\n\r\n");
+            ownEnd.reset();
             return await(child);
         }
-        auto channel = cdxtest::WebSocketPeer::accept(std::move(tcp));
+        const auto channel = cdxtest::WebSocketPeer::accept(std::move(tcp));
         return await(child);
     }
 
