@@ -100,15 +100,21 @@ public:
 
     /// Every further state of the client, with the document of setMsgProcessorCallback().
     void setCdxClientStateRecieveHandler(cdxEventHandler handler, std::string clientName);
+    /// How every create of a master control element under the client's name ended.
     void setCdxMasterControlCreateRecieveHandler(cdxMasterControlCreateRecieveHandler handler, std::string clientName);
+    /// How every update of a master control element under the client's name ended.
     void setCdxMasterControlUpdateHandler(cdxMasterControlUpdateHandler handler, std::string clientName);
     /// Data messages of the whole data resource (SubscribeToCdxDataObject() without an id).
     void setCdxDataStateSubsRecieveHandler(cdxEventHandler handler, std::string clientName);
     /// Changes of the one data element subscribed to by its id.
     void setCdxDataStateUpdateRecieveHandler(cdxEventHandler handler, std::string clientName);
+    /// How every create of a configuration record under the client's name ended.
     void setCdxConfigCreateRecieveHandler(cdxConfigCreateHandler handler, std::string clientName);
+    /// How every update of a configuration record under the client's name ended.
     void setCdxConfigUpdateRecieveHandler(cdxConfigUpdateHandler handler, std::string clientName);
+    /// How every create of a trigger message under the client's name ended.
     void setCdxTriggerCreateRecieveHandler(cdxTriggerCreateHandler handler, std::string clientName);
+    /// How every update of a trigger message under the client's name ended.
     void setCdxTriggerUpdateRecieveHandler(cdxTriggerUpdateHandler handler, std::string clientName);
 
     /// Forgets the client and its handlers, one that is running excepted until it returns. The next state of that name
@@ -143,6 +149,7 @@ public:
     void UpdateCdxMasterControlElement(oru::Json::Value& document);
     /// Keys: "name", "id", "uri", "elementId", "expiryTime", "receiveTime", "recordBody", "recordId", "spApplication".
     void CreateCdxConfigElement(oru::Json::Value document);
+    /// The same keys.
     void UpdateCdxConfigElement(oru::Json::Value document);
     /// Deletes the configuration record with the document's "id". No handler is told; the log says how it ended. While
     /// the service was never reported, it is reported like a failed create of the document's "name".
@@ -178,14 +185,23 @@ public:
 
     /// Announces a client whose name is new; tells its own handler otherwise.
     void xalHandleCdxClientState(CdxClientStateObject state);
+    /// Tells the delete handler, if the name is known.
     void xalHandleCdxClientDisconnectState(std::string name);
+    /// A data message of the whole data resource, for the client that it names.
     void xalHandleCdxDataSubscription(CdxDataObject data);
+    /// A change of the one data element subscribed to by its id; `data` is not null.
     void xalHandleCdxDataUpdate(std::shared_ptr<const CdxDataObject> data);
+    /// The outcome of a create, for the client that the document's "name" names.
     void xalHandleCdxMasterCtlCreateElement(bool isCreated, oru::Json::Value document);
+    /// The outcome of an update, for the client with this name.
     void xalHandleCdxMasterCtlUpdateElement(bool isUpdated, std::string name);
+    /// The outcome of a create, for the client that the document's "name" names.
     void xalHandleConfigCreateElement(bool isCreated, oru::Json::Value document);
+    /// The outcome of an update, for the client with this name.
     void xalHandleConfigUpdateElement(bool isUpdated, std::string name);
+    /// The outcome of a create, for the client that the document's "name" names.
     void xalHandleTriggerCreateElement(bool isCreated, oru::Json::Value document);
+    /// The outcome of an update, for the client with this name.
     void xalHandleTriggerUpdateElement(bool isUpdated, std::string name);
     /// @}
 
