@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXBENCH_ALLOCATIONCOUNTER_H
+#define CDXBENCH_ALLOCATIONCOUNTER_H
 
 #include <cstdint>
 
@@ -8,3 +9,5 @@ namespace cdxbench {
 std::uint64_t allocationCount();
 
 } // namespace cdxbench
+
+#endif

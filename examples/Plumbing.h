@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXEXAMPLES_PLUMBING_H
+#define CDXEXAMPLES_PLUMBING_H
 
 #include <oru/Json.h>
 
@@ -109,3 +110,5 @@ private:
 };
 
 } // namespace plumbing
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CARDATAEXCHANGE_H
+#define CARDATAEXCHANGE_H
 
 #include <xal/QueryOptions.h>
 #include <xal/Service.h>
@@ -360,3 +361,5 @@ private:
 #undef CDX_ELEMENT
 
 } // namespace xalobjects_GX2
+
+#endif

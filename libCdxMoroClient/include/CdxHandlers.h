@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXHANDLERS_H
+#define CDXHANDLERS_H
 
 #include <oru/Json.h>
 
@@ -42,3 +43,5 @@ using cdxMasterControlCreateRecieveHandler = std::function<void(bool, std::strin
 using cdxMasterControlUpdateHandler = std::function<void(bool)>;
 
 } // namespace zepclient
+
+#endif

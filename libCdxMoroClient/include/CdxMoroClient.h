@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_H
+#define CDXMOROCLIENT_H
 
 #include <CdxHandlers.h>
 #include <CdxObjects.h>
@@ -223,3 +224,5 @@ private:
 };
 
 } // namespace zepclient
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXOBJECTS_H
+#define CDXOBJECTS_H
 
 #include <Cardataexchange.h>
 
@@ -17,3 +18,5 @@ using CdxConfigObject = xalobjects_GX2::CardataexchangeService::CdxConfig;
 using CdxTriggerObject = xalobjects_GX2::CardataexchangeService::CdxTrigger;
 
 } // namespace zepclient
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_CDXBASEXALCLIENT_H
+#define CDXMOROCLIENT_CDXBASEXALCLIENT_H
 
 #include <oru/Json.h>
 #include <xal/Client.h>
@@ -99,3 +100,5 @@ public:
 };
 
 } // namespace zepclient
+
+#endif

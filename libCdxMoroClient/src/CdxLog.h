@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_CDXLOG_H
+#define CDXMOROCLIENT_CDXLOG_H
 
 #include <oru/Log.h>
 
@@ -32,8 +33,11 @@ struct LogStatement {
 
 } // namespace zepclient
 
+// What is inserted follows the macro, so its text stands without parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define CDX_LOG_UNDER(head, level) \
     !::zepclient::isLogged(level) ? void() : ::zepclient::LogStatement() & ::oru::Log().get(level) << (head)
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define CDX_HEAD                      \
     ::zepclient::LogHead {            \
@@ -46,3 +50,5 @@ struct LogStatement {
 
 #define CDX_LOG(level) CDX_LOG_UNDER((CDX_HEAD), level)
 #define CDX_LOG_NO_LINE(level) CDX_LOG_UNDER((CDX_HEAD_NO_LINE), level)
+
+#endif

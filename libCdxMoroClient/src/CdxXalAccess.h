@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_CDXXALACCESS_H
+#define CDXMOROCLIENT_CDXXALACCESS_H
 
 #include "CdxXalInterface.h"
 
@@ -104,3 +105,5 @@ private:
 };
 
 } // namespace zepclient
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_CDXXALCALLBACK_H
+#define CDXMOROCLIENT_CDXXALCALLBACK_H
 
 #include <CdxObjects.h>
 #include <oru/Json.h>
@@ -54,3 +55,5 @@ public:
 };
 
 } // namespace zepclient
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_CDXXALINTERFACE_H
+#define CDXMOROCLIENT_CDXXALINTERFACE_H
 
 #include <oru/Json.h>
 
@@ -42,3 +43,5 @@ public:
 };
 
 } // namespace zepclient
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_CDXXALINTERFACEIMPL_H
+#define CDXMOROCLIENT_CDXXALINTERFACEIMPL_H
 
 #include "CdxXalAccess.h"
 #include "CdxXalInterface.h"
@@ -52,3 +53,5 @@ private:
 };
 
 } // namespace zepclient
+
+#endif

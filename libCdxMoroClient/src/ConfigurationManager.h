@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_CONFIGURATIONMANAGER_H
+#define CDXMOROCLIENT_CONFIGURATIONMANAGER_H
 
 #include <oru/Json.h>
 #include <xal/ConfigManager.h>
@@ -62,3 +63,5 @@ private:
 };
 
 } // namespace zepclient
+
+#endif

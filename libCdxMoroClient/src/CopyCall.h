@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_COPYCALL_H
+#define CDXMOROCLIENT_COPYCALL_H
 
 #include <functional>
 #include <utility>
@@ -13,3 +14,5 @@ void callCopyOf(const std::function<void(Parameters...)>& handler, Arguments&&..
 }
 
 } // namespace zepclient
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_ELEMENTTEXT_H
+#define CDXMOROCLIENT_ELEMENTTEXT_H
 
 #include <xalutil/Optional.h>
 
@@ -22,3 +23,5 @@ inline std::string joined(const std::vector<std::string>& entries) {
 }
 
 } // namespace zepclient
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXMOROCLIENT_MOROCLIENTCALLBACK_H
+#define CDXMOROCLIENT_MOROCLIENTCALLBACK_H
 
 #include <CdxHandlers.h>
 #include <oru/Json.h>
@@ -41,3 +42,5 @@ public:
 };
 
 } // namespace zepclient
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_ACCESS_H
+#define SERVICE_SRC_ACCESS_H
 
 #include "RequestHead.h"
 #include "Response.h"
@@ -46,3 +47,5 @@ private:
 std::string readToken(const std::string& file);
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_CHANNEL_H
+#define SERVICE_SRC_CHANNEL_H
 
 #include "ClientMessage.h"
 #include "Connection.h"
@@ -71,3 +72,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

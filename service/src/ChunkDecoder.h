@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_CHUNKDECODER_H
+#define SERVICE_SRC_CHUNKDECODER_H
 
 #include <cstddef>
 #include <cstdint>
@@ -41,3 +42,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

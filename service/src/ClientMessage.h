@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_CLIENTMESSAGE_H
+#define SERVICE_SRC_CLIENTMESSAGE_H
 
 #include "Element.h"
 #include "Problem.h"
@@ -33,3 +34,5 @@ std::string writeSubscribed(std::uint64_t sub, std::string_view epoch, bool resu
 std::string writeError(std::optional<std::uint64_t> sub, const Problem& problem);
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_CONNECTION_H
+#define SERVICE_SRC_CONNECTION_H
 
 #include <chrono>
 #include <exception>
@@ -39,3 +40,5 @@ protected:
 };
 
 } // namespace cdxservice
+
+#endif

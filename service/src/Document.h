@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_DOCUMENT_H
+#define SERVICE_SRC_DOCUMENT_H
 
 #include "Element.h"
 #include "Problem.h"
@@ -38,3 +39,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

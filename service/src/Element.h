@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_ELEMENT_H
+#define SERVICE_SRC_ELEMENT_H
 
 #include "Schema.h"
 
@@ -70,3 +71,5 @@ std::string elementUri(const ResourceSchema& schema, std::string_view id);
 bool isElementId(std::string_view text);
 
 } // namespace cdxservice
+
+#endif

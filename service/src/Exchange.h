@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_EXCHANGE_H
+#define SERVICE_SRC_EXCHANGE_H
 
 #include "Document.h"
 #include "Problem.h"
@@ -77,3 +78,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_FRAMES_H
+#define SERVICE_SRC_FRAMES_H
 
 #include "Utf8.h"
 
@@ -70,3 +71,5 @@ void writeFrameHeader(std::string& out, Opcode opcode, std::size_t payloadBytes)
 void writeCloseFrame(std::string& out, CloseCode code);
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_HANDSHAKE_H
+#define SERVICE_SRC_HANDSHAKE_H
 
 #include "RequestHead.h"
 
@@ -20,3 +21,5 @@ bool isWebSocketKey(std::string_view key);
 std::string acceptUpgrade(std::string_view key);
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_HTTPSESSION_H
+#define SERVICE_SRC_HTTPSESSION_H
 
 #include "ChunkDecoder.h"
 #include "Connection.h"
@@ -74,3 +75,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

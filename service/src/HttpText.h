@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_HTTPTEXT_H
+#define SERVICE_SRC_HTTPTEXT_H
 
 #include <optional>
 #include <string>
@@ -35,3 +36,5 @@ struct Authority {
 std::optional<Authority> parseAuthority(std::string_view text);
 
 } // namespace cdxservice
+
+#endif

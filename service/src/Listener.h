@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_LISTENER_H
+#define SERVICE_SRC_LISTENER_H
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -41,3 +42,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

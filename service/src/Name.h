@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_NAME_H
+#define SERVICE_SRC_NAME_H
 
 #include <optional>
 #include <string_view>
@@ -16,3 +17,5 @@ struct WrittenName {
 WrittenName readWrittenName(std::string_view text);
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_OUTBUFFER_H
+#define SERVICE_SRC_OUTBUFFER_H
 
 #include <boost/asio/buffer.hpp>
 
@@ -56,3 +57,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

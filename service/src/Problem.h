@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_PROBLEM_H
+#define SERVICE_SRC_PROBLEM_H
 
 #include <string>
 #include <string_view>
@@ -23,3 +24,5 @@ std::string pointerTo(std::string_view key);
 std::string pointerTo(std::string_view key, std::size_t index);
 
 } // namespace cdxservice
+
+#endif

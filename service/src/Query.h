@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_QUERY_H
+#define SERVICE_SRC_QUERY_H
 
 #include "Element.h"
 #include "Problem.h"
@@ -54,3 +55,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_RANDOM_H
+#define SERVICE_SRC_RANDOM_H
 
 #include <cstddef>
 #include <string>
@@ -12,3 +13,5 @@ std::string randomHex(std::size_t digits);
 std::string randomUuid();
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_REQUESTHEAD_H
+#define SERVICE_SRC_REQUESTHEAD_H
 
 #include "HttpText.h"
 
@@ -103,3 +104,5 @@ private:
 std::optional<RequestHead::Header> parseHeaderLine(std::string_view line);
 
 } // namespace cdxservice
+
+#endif

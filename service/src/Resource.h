@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_RESOURCE_H
+#define SERVICE_SRC_RESOURCE_H
 
 #include "Element.h"
 #include "RevisionLog.h"
@@ -78,3 +79,5 @@ private:
 std::optional<std::int64_t> endOfTime(const Element& dataElement);
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_RESPONSE_H
+#define SERVICE_SRC_RESPONSE_H
 
 #include "OutBuffer.h"
 #include "Problem.h"
@@ -47,3 +48,5 @@ struct Framing {
 void writeResponse(OutBuffer& out, const Response& response, Framing framing);
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_REVISIONLOG_H
+#define SERVICE_SRC_REVISIONLOG_H
 
 #include "Element.h"
 
@@ -48,3 +49,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

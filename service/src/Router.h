@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_ROUTER_H
+#define SERVICE_SRC_ROUTER_H
 
 #include "Access.h"
 #include "Exchange.h"
@@ -63,3 +64,5 @@ private:
 Route findRoute(std::string_view path);
 
 } // namespace cdxservice
+
+#endif

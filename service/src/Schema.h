@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_SCHEMA_H
+#define SERVICE_SRC_SCHEMA_H
 
 #include <array>
 #include <cstddef>
@@ -51,3 +52,5 @@ struct WellKnown {
 const WellKnown& wellKnown();
 
 } // namespace cdxservice
+
+#endif

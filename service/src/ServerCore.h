@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_SERVERCORE_H
+#define SERVICE_SRC_SERVERCORE_H
 
 #include "Access.h"
 #include "Connection.h"
@@ -63,3 +64,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_STRICTJSON_H
+#define SERVICE_SRC_STRICTJSON_H
 
 #include <boost/json/storage_ptr.hpp>
 #include <boost/json/value.hpp>
@@ -25,3 +26,5 @@ void writeJsonInteger(std::string& out, std::int64_t number);
 void writeJsonInteger(std::string& out, std::uint64_t number);
 
 } // namespace cdxservice
+
+#endif

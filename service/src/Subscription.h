@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_SUBSCRIPTION_H
+#define SERVICE_SRC_SUBSCRIPTION_H
 
 #include "OutBuffer.h"
 #include "RevisionLog.h"
@@ -46,3 +47,5 @@ private:
 void writeTextFrame(OutBuffer& out, std::string_view message);
 
 } // namespace cdxservice
+
+#endif

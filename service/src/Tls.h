@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_TLS_H
+#define SERVICE_SRC_TLS_H
 
 #include <boost/asio/ssl/context.hpp>
 
@@ -13,3 +14,5 @@ std::unique_ptr<boost::asio::ssl::context> makeTlsContext(const std::string& cer
                                                           const std::string& keyFile);
 
 } // namespace cdxservice
+
+#endif

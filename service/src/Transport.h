@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_TRANSPORT_H
+#define SERVICE_SRC_TRANSPORT_H
 
 #include "OutBuffer.h"
 
@@ -80,3 +81,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

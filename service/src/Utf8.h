@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_SRC_UTF8_H
+#define SERVICE_SRC_UTF8_H
 
 #include <cstdint>
 #include <string_view>
@@ -20,3 +21,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_E2E_APPLICATION_H
+#define CDXTESTS_E2E_APPLICATION_H
 
 #include "Recorder.h"
 
@@ -46,3 +47,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_E2E_ENDTOEND_H
+#define CDXTESTS_E2E_ENDTOEND_H
 
 #include "Application.h"
 #include "Vehicle.h"
@@ -35,3 +36,5 @@ protected:
 };
 
 } // namespace cdxtest
+
+#endif

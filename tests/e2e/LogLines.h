@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_E2E_LOGLINES_H
+#define CDXTESTS_E2E_LOGLINES_H
 
 #include <condition_variable>
 #include <memory>
@@ -31,3 +32,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_E2E_RECORDER_H
+#define CDXTESTS_E2E_RECORDER_H
 
 #include <oru/Json.h>
 
@@ -45,3 +46,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

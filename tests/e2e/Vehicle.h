@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_E2E_VEHICLE_H
+#define CDXTESTS_E2E_VEHICLE_H
 
 #include <oru/Json.h>
 
@@ -33,3 +34,5 @@ private:
 oru::Json::Value json(const std::string& text);
 
 } // namespace cdxtest
+
+#endif

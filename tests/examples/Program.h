@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_EXAMPLES_PROGRAM_H
+#define CDXTESTS_EXAMPLES_PROGRAM_H
 
 #include <support/Tcp.h>
 
@@ -51,3 +52,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_EXAMPLES_VEHICLE_H
+#define CDXTESTS_EXAMPLES_VEHICLE_H
 
 #include <cstdint>
 #include <string>
@@ -29,3 +30,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_EXAMPLES_WITHSERVICE_H
+#define CDXTESTS_EXAMPLES_WITHSERVICE_H
 
 #include "Program.h"
 #include "Vehicle.h"
@@ -40,3 +41,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

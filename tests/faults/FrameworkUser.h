@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_FAULTS_FRAMEWORKUSER_H
+#define CDXTESTS_FAULTS_FRAMEWORKUSER_H
 
 #include <map>
 #include <memory>
@@ -115,3 +116,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

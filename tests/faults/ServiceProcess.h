@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_FAULTS_SERVICEPROCESS_H
+#define CDXTESTS_FAULTS_SERVICEPROCESS_H
 
 #include <cstdint>
 #include <sys/types.h>
@@ -28,3 +29,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

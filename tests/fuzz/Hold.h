@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_FUZZ_HOLD_H
+#define CDXTESTS_FUZZ_HOLD_H
 
 #include <cstdio>
 #include <cstdlib>
@@ -14,3 +15,5 @@ inline void hold(bool condition, const char* claim) {
 }
 
 } // namespace cdxfuzz
+
+#endif

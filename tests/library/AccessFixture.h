@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_LIBRARY_ACCESSFIXTURE_H
+#define CDXTESTS_LIBRARY_ACCESSFIXTURE_H
 
 #include "CdxXalAccess.h"
 #include "CdxXalCallback.h"
@@ -54,3 +55,5 @@ protected:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_LIBRARY_DOCUMENTS_H
+#define CDXTESTS_LIBRARY_DOCUMENTS_H
 
 #include <oru/Json.h>
 
@@ -12,3 +13,5 @@ oru::Json::Value documentOf(const std::string& json);
 std::string textOf(const oru::Json::Value& document);
 
 } // namespace cdxtest
+
+#endif

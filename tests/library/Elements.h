@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_LIBRARY_ELEMENTS_H
+#define CDXTESTS_LIBRARY_ELEMENTS_H
 
 #include <CdxObjects.h>
 #include <support/xal/RecordingRegistry.h>
@@ -20,3 +21,5 @@ std::shared_ptr<const Element> sharedElement(const std::string& json) {
 }
 
 } // namespace cdxtest
+
+#endif

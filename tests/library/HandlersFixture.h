@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_LIBRARY_HANDLERSFIXTURE_H
+#define CDXTESTS_LIBRARY_HANDLERSFIXTURE_H
 
 #include "Documents.h"
 #include "Elements.h"
@@ -52,3 +53,5 @@ protected:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SERVICE_MANUALCLOCK_H
+#define CDXTESTS_SERVICE_MANUALCLOCK_H
 
 #include <cdxservice/Clock.h>
 
@@ -22,3 +23,5 @@ private:
     std::atomic<std::int64_t> m_epochMs = 1'700'000'000'000;
     std::atomic<std::int64_t> m_steadyMs = 1'000'000;
 };
+
+#endif

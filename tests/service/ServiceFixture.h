@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SERVICE_SERVICEFIXTURE_H
+#define CDXTESTS_SERVICE_SERVICEFIXTURE_H
 
 #include "ManualClock.h"
 
@@ -68,3 +69,5 @@ inline boost::json::object message(cdxtest::WebSocketPeer& peer) {
 }
 
 } // namespace cdxservice
+
+#endif

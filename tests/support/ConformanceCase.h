@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_CONFORMANCECASE_H
+#define CDXTESTS_SUPPORT_CONFORMANCECASE_H
 
 #include <support/WebSocketPeer.h>
 
@@ -122,3 +123,5 @@ std::ostream& operator<<(std::ostream& out, const ConformanceSection& section);
 std::vector<Frame> fragments(const std::string& message, std::size_t size, unsigned opcode = Opcode::text);
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_CONFORMANCEREPORT_H
+#define CDXTESTS_SUPPORT_CONFORMANCEREPORT_H
 
 #include <support/ConformanceCase.h>
 
@@ -22,3 +23,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

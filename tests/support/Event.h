@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_EVENT_H
+#define CDXTESTS_SUPPORT_EVENT_H
 
 #include <chrono>
 #include <condition_variable>
@@ -33,3 +34,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

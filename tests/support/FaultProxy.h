@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_FAULTPROXY_H
+#define CDXTESTS_SUPPORT_FAULTPROXY_H
 
 #include <support/Tcp.h>
 
@@ -110,3 +111,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

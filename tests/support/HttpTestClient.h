@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_HTTPTESTCLIENT_H
+#define CDXTESTS_SUPPORT_HTTPTESTCLIENT_H
 
 #include <support/Tcp.h>
 
@@ -55,3 +56,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_PRIVATEMEMBER_H
+#define CDXTESTS_SUPPORT_PRIVATEMEMBER_H
 
 namespace cdxtest {
 
@@ -21,3 +22,5 @@ struct Revealed {
     };                                      \
     }                                       \
     template struct cdxtest::Revealed<cdxtest::Tag, &Class::member>
+
+#endif

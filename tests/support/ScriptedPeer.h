@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_SCRIPTEDPEER_H
+#define CDXTESTS_SUPPORT_SCRIPTEDPEER_H
 
 #include <atomic>
 #include <chrono>
@@ -107,3 +108,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_TCP_H
+#define CDXTESTS_SUPPORT_TCP_H
 
 #include <chrono>
 #include <cstddef>
@@ -101,3 +102,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

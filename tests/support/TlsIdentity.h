@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_TLSIDENTITY_H
+#define CDXTESTS_SUPPORT_TLSIDENTITY_H
 
 #include <memory>
 #include <string>
@@ -39,3 +40,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_VTABLELAYOUT_H
+#define CDXTESTS_SUPPORT_VTABLELAYOUT_H
 
 #include <string>
 #include <vector>
@@ -21,3 +22,5 @@ std::vector<VtableSlot> vtableOf(const std::string& className);
 std::string differenceFrom(const std::vector<std::string>& expected, const std::vector<VtableSlot>& slots);
 
 } // namespace cdxtest
+
+#endif

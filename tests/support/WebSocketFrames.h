@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_WEBSOCKETFRAMES_H
+#define CDXTESTS_SUPPORT_WEBSOCKETFRAMES_H
 
 #include <cstdint>
 #include <optional>
@@ -42,3 +43,5 @@ unsigned closeCode(const Frame& close);
 std::string webSocketAccept(std::string_view key);
 
 } // namespace cdxtest
+
+#endif

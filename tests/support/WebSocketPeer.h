@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_WEBSOCKETPEER_H
+#define CDXTESTS_SUPPORT_WEBSOCKETPEER_H
 
 #include <support/Tcp.h>
 #include <support/WebSocketFrames.h>
@@ -53,3 +54,5 @@ private:
 std::string headerValue(const std::string& head, const std::string& name);
 
 } // namespace cdxtest
+
+#endif

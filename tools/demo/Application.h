@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTOOLS_DEMO_APPLICATION_H
+#define CDXTOOLS_DEMO_APPLICATION_H
 
 #include <CdxMoroClient.h>
 #include <oru/Json.h>
@@ -54,3 +55,5 @@ private:
 };
 
 } // namespace cdxtools
+
+#endif

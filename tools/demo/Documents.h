@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTOOLS_DEMO_DOCUMENTS_H
+#define CDXTOOLS_DEMO_DOCUMENTS_H
 
 #include <oru/Json.h>
 
@@ -13,3 +14,5 @@ oru::Json::Value parseDocument(const std::string& text, const std::string& sourc
 oru::Json::Value readDocument(const std::string& path);
 
 } // namespace cdxtools
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTOOLS_DEMO_EXCHANGES_H
+#define CDXTOOLS_DEMO_EXCHANGES_H
 
 #include <chrono>
 #include <condition_variable>
@@ -36,3 +37,5 @@ private:
 };
 
 } // namespace cdxtools
+
+#endif

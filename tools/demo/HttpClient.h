@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTOOLS_DEMO_HTTPCLIENT_H
+#define CDXTOOLS_DEMO_HTTPCLIENT_H
 
 #include <cstdint>
 #include <string>
@@ -17,3 +18,5 @@ HttpAnswer httpRequest(std::uint16_t port, const std::string& method, const std:
                        const std::string& jsonBody = {});
 
 } // namespace cdxtools
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTOOLS_DEMO_TIMELINE_H
+#define CDXTOOLS_DEMO_TIMELINE_H
 
 #include <chrono>
 #include <cstdio>
@@ -31,3 +32,5 @@ private:
 };
 
 } // namespace cdxtools
+
+#endif

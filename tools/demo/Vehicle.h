@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTOOLS_DEMO_VEHICLE_H
+#define CDXTOOLS_DEMO_VEHICLE_H
 
 #include <oru/Json.h>
 
@@ -44,3 +45,5 @@ private:
 std::string eventIdOf(const std::string& client, int number);
 
 } // namespace cdxtools
+
+#endif

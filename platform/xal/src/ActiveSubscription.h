@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_ACTIVESUBSCRIPTION_H
+#define XAL_ACTIVESUBSCRIPTION_H
 
 #include <xal/Service.h>
 
@@ -63,3 +64,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_BACKOFF_H
+#define XAL_BACKOFF_H
 
 #include <chrono>
 #include <functional>
@@ -24,3 +25,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_CHANNEL_H
+#define XAL_CHANNEL_H
 
 #include "EventLoop.h"
 #include "Uri.h"
@@ -66,3 +67,5 @@ public:
 };
 
 } // namespace xal
+
+#endif

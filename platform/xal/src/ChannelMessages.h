@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_CHANNELMESSAGES_H
+#define XAL_CHANNELMESSAGES_H
 
 #include "ActiveSubscription.h"
 
@@ -33,3 +34,5 @@ struct ChannelMessage {
 ChannelMessage decodeMessage(const xalutil::JsonParser& parser, const std::string& text);
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_CURRENTELEMENTS_H
+#define XAL_CURRENTELEMENTS_H
 
 #include <xal/Service.h>
 
@@ -39,3 +40,5 @@ private:
 };
 
 } // namespace xal::detail
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_EVENTLOOP_H
+#define XAL_EVENTLOOP_H
 
 #include <chrono>
 #include <functional>
@@ -62,3 +63,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

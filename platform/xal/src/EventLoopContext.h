@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_EVENTLOOPCONTEXT_H
+#define XAL_EVENTLOOPCONTEXT_H
 
 #include "EventLoop.h"
 
@@ -27,3 +28,5 @@ struct EventLoop::Context {
 };
 
 } // namespace xal
+
+#endif

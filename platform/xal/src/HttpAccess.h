@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_HTTPACCESS_H
+#define XAL_HTTPACCESS_H
 
 #include "RequestHeaders.h"
 
@@ -63,3 +64,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_HTTPREQUESTS_H
+#define XAL_HTTPREQUESTS_H
 
 #include "HttpAccess.h"
 #include "Uri.h"
@@ -17,3 +18,5 @@ std::string servicePath(const Uri& base, const ServiceAddress& address);
 xalutil::HttpRequest makeHttpRequest(const Uri& base, const ServiceAddress& address, const Request& request);
 
 } // namespace xal
+
+#endif

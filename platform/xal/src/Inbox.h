@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_INBOX_H
+#define XAL_INBOX_H
 
 #include "ActiveSubscription.h"
 #include "Tasks.h"
@@ -78,3 +79,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_PENDINGREQUESTS_H
+#define XAL_PENDINGREQUESTS_H
 
 #include "Tasks.h"
 
@@ -63,3 +64,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

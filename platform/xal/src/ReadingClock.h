@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_READINGCLOCK_H
+#define XAL_READINGCLOCK_H
 
 #include <chrono>
 
@@ -28,3 +29,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_REGISTRYCONTEXT_H
+#define XAL_REGISTRYCONTEXT_H
 
 #include "HttpAccess.h"
 #include "PendingRequests.h"
@@ -36,3 +37,5 @@ struct LinkSettings {
 };
 
 } // namespace xal
+
+#endif

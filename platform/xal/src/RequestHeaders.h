@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_REQUESTHEADERS_H
+#define XAL_REQUESTHEADERS_H
 
 #include <xalutil/HttpSession.h>
 #include <xalutil/Logger.h>
@@ -34,3 +35,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

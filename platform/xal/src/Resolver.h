@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_RESOLVER_H
+#define XAL_RESOLVER_H
 
 #include "EventLoop.h"
 
@@ -24,3 +25,5 @@ void resolve(const std::shared_ptr<EventLoop>& loop, const std::string& host, st
              std::function<void(std::vector<Address>, const std::string& error)> done);
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_SERVICELINK_H
+#define XAL_SERVICELINK_H
 
 #include "Backoff.h"
 #include "Channel.h"
@@ -117,3 +118,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_SUBSCRIPTIONTABLE_H
+#define XAL_SUBSCRIPTIONTABLE_H
 
 #include "ActiveSubscription.h"
 #include "ChannelMessages.h"
@@ -76,3 +77,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_TASKS_H
+#define XAL_TASKS_H
 
 #include <xalutil/TaskExecutor.h>
 
@@ -34,3 +35,5 @@ private:
 std::string describeThrown(const std::string& where);
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_URI_H
+#define XAL_URI_H
 
 #include <cstdint>
 #include <string>
@@ -32,3 +33,5 @@ std::string percentEncode(const std::string& text);
 bool isElementId(const std::string& text);
 
 } // namespace xal
+
+#endif

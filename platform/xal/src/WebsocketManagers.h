@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_WEBSOCKETMANAGERS_H
+#define XAL_WEBSOCKETMANAGERS_H
 
 #include <functional>
 #include <map>
@@ -23,3 +24,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

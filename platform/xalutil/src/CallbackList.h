@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_CALLBACKLIST_H
+#define XALUTIL_CALLBACKLIST_H
 
 #include <condition_variable>
 #include <functional>
@@ -49,3 +50,5 @@ private:
 };
 
 } // namespace xalutil
+
+#endif

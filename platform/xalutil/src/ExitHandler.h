@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_EXITHANDLER_H
+#define XALUTIL_EXITHANDLER_H
 
 #include "CallbackList.h"
 
@@ -18,3 +19,5 @@ std::unique_ptr<CallbackRegistration> registerHook(std::function<void()> atEnd);
 } // namespace exithandler
 
 } // namespace xalutil
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_HTTPANSWERPARSER_H
+#define XALUTIL_HTTPANSWERPARSER_H
 
 #include <xalutil/HttpSession.h>
 
@@ -68,3 +69,5 @@ private:
 };
 
 } // namespace xalutil
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_HTTPCONNECTION_H
+#define XALUTIL_HTTPCONNECTION_H
 
 #include "Interruption.h"
 
@@ -60,3 +61,5 @@ private:
 };
 
 } // namespace xalutil
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_HTTPTEXT_H
+#define XALUTIL_HTTPTEXT_H
 
 #include <string>
 #include <string_view>
@@ -16,3 +17,5 @@ std::string_view withoutBlanksAround(std::string_view text) noexcept;
 bool lists(std::string_view value, std::string_view token) noexcept;
 
 } // namespace xalutil::httptext
+
+#endif

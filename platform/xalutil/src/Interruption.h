@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_INTERRUPTION_H
+#define XALUTIL_INTERRUPTION_H
 
 #include <atomic>
 #include <chrono>
@@ -30,3 +31,5 @@ private:
 };
 
 } // namespace xalutil
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_JSONACCESS_H
+#define XALUTIL_JSONACCESS_H
 
 #include <xalutil/Json.h>
 
@@ -74,3 +75,5 @@ private:
 const char* typeName(const boost::json::value* value);
 
 } // namespace xalutil::detail
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_SIGPIPEGUARD_H
+#define XALUTIL_SIGPIPEGUARD_H
 
 #include <csignal>
 #include <optional>
@@ -19,3 +20,5 @@ private:
 };
 
 } // namespace xalutil
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_INCLUDE_CDXSERVICE_CLOCK_H
+#define SERVICE_INCLUDE_CDXSERVICE_CLOCK_H
 
 #include <chrono>
 
@@ -20,3 +21,5 @@ public:
 };
 
 } // namespace cdxservice
+
+#endif

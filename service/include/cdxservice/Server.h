@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_INCLUDE_CDXSERVICE_SERVER_H
+#define SERVICE_INCLUDE_CDXSERVICE_SERVER_H
 
 #include <cdxservice/Clock.h>
 #include <cdxservice/Store.h>
@@ -88,3 +89,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef SERVICE_INCLUDE_CDXSERVICE_STORE_H
+#define SERVICE_INCLUDE_CDXSERVICE_STORE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -73,3 +74,5 @@ private:
 };
 
 } // namespace cdxservice
+
+#endif

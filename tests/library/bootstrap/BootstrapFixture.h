@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_LIBRARY_BOOTSTRAP_BOOTSTRAPFIXTURE_H
+#define CDXTESTS_LIBRARY_BOOTSTRAP_BOOTSTRAPFIXTURE_H
 
 #include "CdxBaseXalClient.h"
 #include "Documents.h"
@@ -37,3 +38,5 @@ protected:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_LIBRARY_BOOTSTRAP_FRAMEWORKDOUBLE_H
+#define CDXTESTS_LIBRARY_BOOTSTRAP_FRAMEWORKDOUBLE_H
 
 #include <support/xal/RecordingRegistry.h>
 
@@ -34,3 +35,5 @@ struct FrameworkDouble {
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_LIBRARY_OBJECTMODEL_ELEMENTTABLES_H
+#define CDXTESTS_LIBRARY_OBJECTMODEL_ELEMENTTABLES_H
 
 #include <Cardataexchange.h>
 
@@ -100,3 +101,5 @@ extern template struct FieldRow<Service::CdxTrigger>;
 extern template struct FieldRow<Service::CdxMasterControl>;
 
 } // namespace cdxtest
+
+#endif

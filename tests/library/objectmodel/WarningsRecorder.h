@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_LIBRARY_OBJECTMODEL_WARNINGSRECORDER_H
+#define CDXTESTS_LIBRARY_OBJECTMODEL_WARNINGSRECORDER_H
 
 #include <string>
 #include <vector>
@@ -32,3 +33,5 @@ public:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_PLATFORM_XAL_RECORDINGCONNECTION_H
+#define CDXTESTS_PLATFORM_XAL_RECORDINGCONNECTION_H
 
 #include <xal/Service.h>
 
@@ -82,3 +83,5 @@ public:
 };
 
 } // namespace xaltest
+
+#endif

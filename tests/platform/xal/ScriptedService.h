@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_PLATFORM_XAL_SCRIPTEDSERVICE_H
+#define CDXTESTS_PLATFORM_XAL_SCRIPTEDSERVICE_H
 
 #include <support/Tcp.h>
 #include <support/WebSocketPeer.h>
@@ -37,3 +38,5 @@ std::string current(std::int64_t number, std::int64_t previous, std::int64_t rev
 std::string refused(std::int64_t number, int status);
 
 } // namespace xaltest
+
+#endif

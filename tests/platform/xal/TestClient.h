@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_PLATFORM_XAL_TESTCLIENT_H
+#define CDXTESTS_PLATFORM_XAL_TESTCLIENT_H
 
 #include <xal/ConfigManager.h>
 #include <xal/Service.h>
@@ -142,3 +143,5 @@ private:
 std::string describe(const std::vector<std::shared_ptr<const Item>>& items, int status = 200);
 
 } // namespace xaltest
+
+#endif

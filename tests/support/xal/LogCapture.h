@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_XAL_LOGCAPTURE_H
+#define CDXTESTS_SUPPORT_XAL_LOGCAPTURE_H
 
 #include <condition_variable>
 #include <functional>
@@ -65,3 +66,5 @@ private:
 };
 
 } // namespace cdxtest
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef CDXTESTS_SUPPORT_XAL_RECORDINGREGISTRY_H
+#define CDXTESTS_SUPPORT_XAL_RECORDINGREGISTRY_H
 
 #include <xal/Service.h>
 #include <xal/ServiceRegistry.h>
@@ -111,3 +112,5 @@ private:
 std::shared_ptr<xalutil::JsonObject> jsonObject(const std::string& text);
 
 } // namespace cdxtest
+
+#endif

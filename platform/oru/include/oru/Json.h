@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORU_JSON_H
+#define ORU_JSON_H
 
 #include <json/json.h>
 
@@ -6,3 +7,5 @@
 namespace oru {
 namespace Json = ::Json;
 } // namespace oru
+
+#endif

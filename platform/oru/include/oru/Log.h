@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORU_LOG_H
+#define ORU_LOG_H
 
 #include <functional>
 #include <ostream>
@@ -56,3 +57,5 @@ private:
 };
 
 } // namespace oru
+
+#endif

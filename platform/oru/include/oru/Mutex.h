@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORU_MUTEX_H
+#define ORU_MUTEX_H
 
 #include <pthread.h>
 
@@ -30,3 +31,5 @@ private:
 };
 
 } // namespace oru
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORU_THREAD_H
+#define ORU_THREAD_H
 
 #include <memory>
 
@@ -46,3 +47,5 @@ private:
 };
 
 } // namespace oru
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORU_THREADCONDITION_H
+#define ORU_THREADCONDITION_H
 
 #include <oru/Mutex.h>
 
@@ -36,3 +37,5 @@ private:
 };
 
 } // namespace oru
+
+#endif

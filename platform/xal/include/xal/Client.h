@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_CLIENT_H
+#define XAL_CLIENT_H
 
 #include <xal/ServiceRegistry.h>
 #include <xalutil/Logger.h>
@@ -46,3 +47,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

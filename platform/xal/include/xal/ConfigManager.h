@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_CONFIGMANAGER_H
+#define XAL_CONFIGMANAGER_H
 
 #include <xalutil/Optional.h>
 
@@ -38,3 +39,5 @@ public:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_QUERYOPTIONS_H
+#define XAL_QUERYOPTIONS_H
 
 #include <xalutil/Optional.h>
 
@@ -59,3 +60,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

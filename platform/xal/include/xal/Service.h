@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_SERVICE_H
+#define XAL_SERVICE_H
 
 #include <xal/QueryOptions.h>
 #include <xalutil/Json.h>
@@ -284,3 +285,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

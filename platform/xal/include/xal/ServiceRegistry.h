@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_SERVICEREGISTRY_H
+#define XAL_SERVICEREGISTRY_H
 
 #include <xal/ConfigManager.h>
 #include <xal/Service.h>
@@ -110,3 +111,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

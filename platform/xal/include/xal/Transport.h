@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_TRANSPORT_H
+#define XAL_TRANSPORT_H
 
 #include <xalutil/HttpSession.h>
 
@@ -47,3 +48,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_XOBJECT_H
+#define XAL_XOBJECT_H
 
 #include <xal/XObjectDescriptor.h>
 #include <xalutil/Json.h>
@@ -95,3 +96,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

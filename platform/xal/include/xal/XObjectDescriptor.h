@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XAL_XOBJECTDESCRIPTOR_H
+#define XAL_XOBJECTDESCRIPTOR_H
 
 #include <xal/QueryOptions.h>
 #include <xalutil/Json.h>
@@ -80,3 +81,5 @@ private:
 };
 
 } // namespace xal
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_HTTPSESSION_H
+#define XALUTIL_HTTPSESSION_H
 
 #include <chrono>
 #include <cstddef>
@@ -89,3 +90,5 @@ public:
 };
 
 } // namespace xalutil
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_JSON_H
+#define XALUTIL_JSON_H
 
 #include <atomic>
 #include <cstddef>
@@ -128,3 +129,5 @@ public:
 };
 
 } // namespace xalutil
+
+#endif

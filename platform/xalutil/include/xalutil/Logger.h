@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_LOGGER_H
+#define XALUTIL_LOGGER_H
 
 #include <memory>
 #include <string>
@@ -42,3 +43,5 @@ public:
 };
 
 } // namespace xalutil
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_OPTIONAL_H
+#define XALUTIL_OPTIONAL_H
 
 #include <optional>
 #include <stdexcept>
@@ -32,3 +33,5 @@ private:
 };
 
 } // namespace xalutil
+
+#endif

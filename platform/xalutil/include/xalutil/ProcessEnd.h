@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_PROCESSEND_H
+#define XALUTIL_PROCESSEND_H
 
 #include <functional>
 #include <memory>
@@ -31,3 +32,5 @@ private:
 bool isProcessEnding() noexcept;
 
 } // namespace xalutil
+
+#endif

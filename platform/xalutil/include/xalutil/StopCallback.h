@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_STOPCALLBACK_H
+#define XALUTIL_STOPCALLBACK_H
 
 #include <functional>
 #include <memory>
@@ -30,3 +31,5 @@ private:
 };
 
 } // namespace xalutil
+
+#endif

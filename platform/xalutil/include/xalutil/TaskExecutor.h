@@ -1,4 +1,5 @@
-#pragma once
+#ifndef XALUTIL_TASKEXECUTOR_H
+#define XALUTIL_TASKEXECUTOR_H
 
 #include <xalutil/Logger.h>
 
@@ -47,3 +48,5 @@ private:
 };
 
 } // namespace xalutil
+
+#endif
