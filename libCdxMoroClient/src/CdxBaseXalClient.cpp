@@ -152,6 +152,7 @@ std::shared_ptr<CdxBaseXalClient> CdxXalClient::CreateCdxBaseRasiClient(oru::Jso
 
 std::shared_ptr<xal::XalClientServices>
 CdxXalClient::CreateCdxXalAccessor(const CdxBaseXalClient& baseClient, const std::string&, const std::string& name) {
+    // In an allocation of their own, apart from their count. NOLINTNEXTLINE(modernize-make-shared)
     return std::shared_ptr<xal::XalClientServices>(
         new xal::XalClientServices(baseClient.m_serviceRegistry, baseClient.m_loggerFactory,
                                    baseClient.m_elementRegistry, baseClient.m_requestHeaders, name));

@@ -35,7 +35,7 @@ std::string CdxXalConfigManager::getSeparatorAfterResource(const std::string&) c
 }
 
 bool CdxXalConfigManager::isServiceConfigurationKnown(const std::string&) const {
-    return m_serviceDocument.size() > 0;
+    return !m_serviceDocument.empty();
 }
 
 int CdxXalConfigManager::getWatchdogPingInterval(const std::string&) const {

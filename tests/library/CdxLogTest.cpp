@@ -26,7 +26,6 @@ public:
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using zepclient::CdxLogUser;
 
 TEST(CdxLogTest, ALineBeginsWithTheSignatureAndTheSourceLine) {
