@@ -9,10 +9,11 @@
 /// @file
 /// What an application registers to be told of things.
 ///
-/// Every handler runs on one and the same framework thread, one at a time, never on the application's own threads;
-/// while one runs, no other does, so it should return soon and hand long work on. Its arguments are its own. It may
-/// call everything of CdxMoroClient, also replace itself, clean up its own client, or stop; only StartCdxMoroClient it
-/// must not call. What it throws is logged by the framework, and the next call is made.
+/// Every handler runs on one and the same framework thread, one at a time; while one runs, no other does, so it should
+/// return soon and hand long work on. One call comes on the application's own thread: that a create or delete failed
+/// because the service was never reported since the start. A handler's arguments are its own. It may call everything of
+/// CdxMoroClient, also replace itself, clean up its own client, stop, or release; only StartCdxMoroClient it must not
+/// call. What it throws is logged by the framework, and the next call is made.
 
 namespace zepclient {
 

@@ -31,10 +31,11 @@ class MoroClientCallback;
 /// handler, for each new client, the setters with its name; subscriptions and writes. At the end StopCdxMoroClient(),
 /// stopMoroClient(), join(), ReleaseCdxMoroClientThread().
 ///
-/// **Threads.** All handlers run on one framework thread, one at a time (CdxHandlers.h). The operations may be called
-/// from the application's threads and from inside handlers. Neither the handlers' registry nor the library-wide
-/// handlers are locked: setters and cleanUpService() must not run while a notification is delivered on another thread.
-/// The safe pattern is to call them from inside handlers only, and the library-wide setters before the start.
+/// **Threads.** All handlers run on one framework thread, one at a time (CdxHandlers.h); only the failure of a create
+/// or delete before the service was ever reported is told on the caller's thread. The operations may be called from the
+/// application's threads and from inside handlers. Neither the handlers' registry nor the library-wide handlers are
+/// locked: setters and cleanUpService() must not run while a notification is delivered on another thread. The safe
+/// pattern is to call them from inside handlers only, and the library-wide setters before the start.
 /// StopCdxMoroClient() waits for the handler that runs on another thread: whoever stops holds no mutex that a handler
 /// takes.
 ///

@@ -178,7 +178,8 @@ void CdxMoroClient::xalHandleCdxDataUpdate(std::shared_ptr<const CdxDataObject> 
 
 void CdxMoroClient::xalHandleCdxMasterCtlCreateElement(bool isCreated, oru::Json::Value document) {
     CDX_LOG(LogDebug);
-    if (const auto entry = findInMap(m_clientCallbacks, document["name"].asString(), CDX_HEAD))
+    // Read as a constant: what the document lacks is not added to it.
+    if (const auto entry = findInMap(m_clientCallbacks, std::as_const(document)["name"].asString(), CDX_HEAD))
         entry->executeCdxMasterControlCreateHandler(isCreated, document["id"].asString());
 }
 
@@ -190,7 +191,7 @@ void CdxMoroClient::xalHandleCdxMasterCtlUpdateElement(bool isUpdated, std::stri
 
 void CdxMoroClient::xalHandleConfigCreateElement(bool isCreated, oru::Json::Value document) {
     CDX_LOG(LogDebug);
-    if (const auto entry = findService(m_clientCallbacks, document["name"].asString(), CDX_HEAD))
+    if (const auto entry = findService(m_clientCallbacks, std::as_const(document)["name"].asString(), CDX_HEAD))
         entry->executeCdxConfigCreateHandler(isCreated, std::move(document));
 }
 
@@ -203,7 +204,7 @@ void CdxMoroClient::xalHandleConfigUpdateElement(bool isUpdated, std::string nam
 void CdxMoroClient::xalHandleTriggerCreateElement(bool isCreated, oru::Json::Value document) {
     CDX_LOG(LogDebug);
     CDX_LOG(LogDebug) << "Trigger element is created, name = ";
-    if (const auto entry = findService(m_clientCallbacks, document["name"].asString(), CDX_HEAD))
+    if (const auto entry = findService(m_clientCallbacks, std::as_const(document)["name"].asString(), CDX_HEAD))
         entry->executeCdxTriggerCreateHandler(isCreated, std::move(document));
 }
 

@@ -43,11 +43,16 @@ Descriptor descriptorOf(const std::string& id) {
     return descriptor;
 }
 
+/// The access object whose disconnect is being told on this thread; null once that object is gone.
+thread_local const CdxXalAccess* tellingDisconnect = nullptr;
+
 } // namespace
 
 CdxXalAccess::CdxXalAccess(const std::shared_ptr<xal::XalClientServices>& services) : xal::XalClient(services) {}
 
 CdxXalAccess::~CdxXalAccess() {
+    if (tellingDisconnect == this)
+        tellingDisconnect = nullptr;
     // Handlers point to this object: their last one must have returned before any member goes.
     if (const auto& services = getClientServices(); services && services->getServiceRegistry())
         services->getServiceRegistry()->close();
@@ -103,8 +108,16 @@ void CdxXalAccess::CdxServiceDisconnected() {
     if (m_lastCanonicalName.empty())
         return;
     // A name was recorded, so a callback was there when the service was connected.
-    callback()->CDXClientDisconnected(m_lastCanonicalName);
-    ResetsSubscriptions();
+    // The application may release the client from inside its handler, and this object with it.
+    tellingDisconnect = this;
+    try {
+        callback()->CDXClientDisconnected(m_lastCanonicalName);
+    } catch (...) {
+        tellingDisconnect = nullptr;
+        throw;
+    }
+    if (std::exchange(tellingDisconnect, nullptr) == this)
+        ResetsSubscriptions();
 }
 
 void CdxXalAccess::ResetsSubscriptions() {

@@ -29,6 +29,7 @@ std::string nameOf(const oru::Json::Value& document) {
 std::string compact(const oru::Json::Value& document) {
     oru::Json::StreamWriterBuilder writer;
     writer["indentation"] = "";
+    writer["commentStyle"] = "None"; // a document that was read with comments is one line all the same
     return oru::Json::writeString(writer, document);
 }
 

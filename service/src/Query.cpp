@@ -1,6 +1,7 @@
 #include "Query.h"
 
 #include "HttpText.h"
+#include "Utf8.h"
 
 #include <algorithm>
 
@@ -10,6 +11,11 @@ namespace {
 
 Problem bad(std::string detail) {
     return {400, std::move(detail)};
+}
+
+bool isUtf8(std::string_view text) {
+    Utf8Checker checker;
+    return checker.take(text) && checker.complete();
 }
 
 std::vector<std::string_view> split(std::string_view text, char separator) {
@@ -71,6 +77,10 @@ std::variant<Query, Problem> Query::parse(const ResourceSchema& schema, std::str
         }
         if (equals == std::string_view::npos) {
             return bad("the query holds a key without a value");
+        }
+        // What is named in an answer has to be text.
+        if (!isUtf8(*key) || ((*key == "fields" || *key == "sort") && !isUtf8(*value))) {
+            return bad("the query is not UTF-8");
         }
         if (std::find(seen.begin(), seen.end(), *key) != seen.end()) {
             return bad("a key stands twice in the query: " + *key);

@@ -29,6 +29,16 @@ TEST_F(Listing, BeginsWithTheLatestChange) {
     EXPECT_EQ(ids(""), "acb");
 }
 
+TEST_F(Listing, AnswersAQueryThatIsNoUtf8WithTextAllTheSame) {
+    for (const char* query : {"?%ff=1", "?fields=%c3", "?sort=%ff"}) {
+        const auto answer = client->get(std::string(configPath) + query);
+        EXPECT_EQ(answer.status, 400) << query;
+        boost::json::error_code error;
+        boost::json::parse(answer.body, error);
+        EXPECT_FALSE(error) << query << ": " << answer.body;
+    }
+}
+
 TEST_F(Listing, IsPagedThroughByItsLinks) {
     for (const char* id : {"a", "b", "c", "d", "e"}) {
         make(configPath, std::string("{\"id\":\"") + id + R"(","name":"n ü"})");

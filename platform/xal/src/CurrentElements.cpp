@@ -1,20 +1,8 @@
 #include "CurrentElements.h"
 
-#include <boost/json/parse.hpp>
-
 #include <stdexcept>
 
 namespace xal::detail {
-namespace {
-
-bool same(const xalutil::JsonObject& one, const xalutil::JsonObject& other) {
-    const std::string a = one.toString();
-    const std::string b = other.toString();
-    // The order of the members says nothing, but it is nearly always the same.
-    return a == b || boost::json::parse(a) == boost::json::parse(b);
-}
-
-} // namespace
 
 bool CurrentElements::change(const Json& json) {
     if (!json)
@@ -37,7 +25,7 @@ bool CurrentElements::change(const Json& json) {
     const bool again = m_restarting && !listed.confirmed;
     // One that cannot be used says all the same that the service still has the element.
     listed.confirmed = true;
-    const bool news = !again || !same(*listed.json, *json);
+    const bool news = !again || !(*listed.json == *json);
     if (news) {
         listed.element = m_make(json);
         listed.json = json;

@@ -175,12 +175,18 @@ void ServiceLink::sendOrThrow(Request&& request, const PendingRequests::Ticket& 
         m_logger->warning(request.resourceName + ": nothing sent: \"" + request.id + "\" is no element's id");
         return m_context->pending->answer(ticket, std::make_shared<const XalResponse>(0));
     }
+    const Request::Kind kind = request.kind;
     const auto turn = std::make_shared<Turn>(m_context->pending, ticket);
-    m_context->http->execute([turn, self = shared_from_this(), request = std::move(request)] {
-        const auto result = self->m_context->access->perform(self->address(), request, self->m_settings.requestTimeout,
-                                                             *self->m_logger);
-        turn->answer(result.response, result.value);
-    });
+    try {
+        m_context->http->execute([turn, self = shared_from_this(), request = std::move(request)] {
+            const auto result = self->m_context->access->perform(self->address(), request,
+                                                                 self->m_settings.requestTimeout, *self->m_logger);
+            turn->answer(result.response, result.value);
+        });
+    } catch (...) {
+        // Before the turn goes, which would answer without the cause.
+        turn->answer(failedSending(kind, 0), nullptr);
+    }
 }
 
 std::shared_ptr<Subscription> ServiceLink::subscribe(SubscribeRequest request, std::function<void(Event)> callback) {
@@ -192,10 +198,6 @@ std::shared_ptr<Subscription> ServiceLink::subscribe(SubscribeRequest request, s
         refusal.status = badRequest;
     else if (subscription->request().kind == SubscribeRequest::ELEMENT && !isElementId(subscription->request().id))
         refusal.status = unprocessable;
-    if (refusal.status != 0) {
-        m_inbox->push(subscription, refusal, 0);
-        return handle;
-    }
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_isClosed)
@@ -205,6 +207,10 @@ std::shared_ptr<Subscription> ServiceLink::subscribe(SubscribeRequest request, s
             m_subscriptions.erase(std::remove_if(m_subscriptions.begin(), m_subscriptions.end(), gone),
                                   m_subscriptions.end());
         m_subscriptions.push_back(subscription);
+    }
+    if (refusal.status != 0) {
+        m_inbox->push(subscription, refusal, 0);
+        return handle;
     }
     onLoop([subscription](ServiceLink& link) {
         link.m_table.add(subscription);

@@ -27,8 +27,10 @@ const std::shared_ptr<xalutil::PocoHttpSessionFactory>& HttpAccessFactory::getSe
 
 void WebsocketManagers::add(const std::string& service, const std::shared_ptr<Manager>& manager) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    for (auto entry = m_managers.begin(); entry != m_managers.end();)
-        entry = entry->second.expired() ? m_managers.erase(entry) : std::next(entry);
+    for (auto entry = m_managers.begin(); entry != m_managers.end();) {
+        const auto known = entry->second.lock();
+        entry = !known || known == manager ? m_managers.erase(entry) : std::next(entry);
+    }
     m_managers.emplace(service, manager);
 }
 

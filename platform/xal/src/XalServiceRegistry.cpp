@@ -132,7 +132,8 @@ void XalServiceRegistry::Impl::registerListener(const std::string& service, Serv
             });
             return;
         }
-        const auto made = ServiceLink::make(m_context, settings, m_logger->getSubFacilityLogger(service));
+        auto logger = m_logger->getSubFacilityLogger(service); // a logger of somebody else's may have none
+        const auto made = ServiceLink::make(m_context, settings, logger ? std::move(logger) : m_logger);
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
             if (!m_isClosed)

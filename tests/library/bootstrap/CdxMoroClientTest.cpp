@@ -253,6 +253,23 @@ TEST_F(CdxMoroClientTest, TheClientMayBeReleasedFromInsideAHandler) {
     EXPECT_THAT(journal(), testing::Contains("close"));
 }
 
+TEST_F(CdxMoroClientTest, TheClientMayBeReleasedFromInsideTheDeleteHandler) {
+    client->setMsgProcessorDeleteCallback([this](const std::string&) {
+        Client::ReleaseCdxMoroClientThread();
+        calls.push_back("released");
+    });
+    client->setMsgProcessorCallback([](oru::Json::Value) {});
+    start();
+    connect();
+    connection->tellChange("cdxClientStates", stateA);
+    client.reset();
+
+    framework().disconnected();
+
+    EXPECT_THAT(calls, ElementsAre("released"));
+    EXPECT_THAT(journal(), testing::Contains("close"));
+}
+
 // Forwarding
 
 struct Forward {
