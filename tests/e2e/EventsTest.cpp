@@ -1,4 +1,5 @@
 #include "EndToEnd.h"
+#include "LogLines.h"
 
 namespace cdxtest {
 namespace {
@@ -168,7 +169,9 @@ TEST_F(Events, AServiceThatComesLateIsConnectedTo) {
 TEST_F(Events, TheLossOfAServiceWhoseClientWasCleanedUpIsNotToldToTheApplication) {
     startWith("navigation");
     client().cleanUpService("navigation");
+    LogLines log(3);
     m_service.stop();
+    log.waitForLine("Didn't find the service navigation  in the callback map.");
     m_service.start();
     told("announced", "navigation", 2);
     EXPECT_EQ(timesTold("gone", "navigation"), 0U);

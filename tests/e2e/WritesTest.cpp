@@ -1,4 +1,5 @@
 #include "EndToEnd.h"
+#include "LogLines.h"
 
 namespace cdxtest {
 namespace {
@@ -92,6 +93,16 @@ TEST_F(Writes, ADeletedConfigurationRecordIsGoneFromTheService) {
     client().CreateCdxTriggerElement(triggerMessage());
     told("trigger created", "navigation");
     EXPECT_EQ(vehicle().list("cdxConfig").size(), 0U);
+}
+
+TEST_F(Writes, ADeleteWithAnUnknownIdOrNoneIsLoggedAndDeletesNothing) {
+    createConfig();
+    LogLines log(3);
+    client().DeleteCdxConfigElement(json(R"({"id":"nobody"})"));
+    log.waitForLine("Error in deleting cdx Config element, response code = 404");
+    client().DeleteCdxConfigElement(json(R"({"name":"navigation"})"));
+    log.waitForLine("Error in deleting cdx Config element, response code = 0");
+    EXPECT_EQ(vehicle().list("cdxConfig").size(), 1U);
 }
 
 TEST_F(Writes, ACreatedTriggerMessageIsInTheService) {

@@ -7,6 +7,9 @@
 #include <gmock/gmock.h>
 #include <json/json.h>
 
+#include <fstream>
+#include <sstream>
+
 namespace {
 
 using cdxtest::documentOf;
@@ -49,6 +52,27 @@ TEST_F(ConfigurationManagerTest, TheRecordsDefaultsAreTheLoopbackAddressAndPlain
     EXPECT_EQ("/", defaults.serverBasePathHTTP);
     EXPECT_EQ("/", defaults.separator);
     EXPECT_EQ(0, defaults.timeOut);
+}
+
+TEST_F(ConfigurationManagerTest, TheDemosDocumentsGiveTheirSettingsAndAreLeftAsTheyWere) {
+    const auto textOfFile = [](const std::string& name) {
+        std::ifstream file(CDX_DEMO_DOCUMENTS "/" + name);
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
+    };
+    load(textOfFile("registry.json"), textOfFile("service.json"));
+
+    EXPECT_EQ("static", manager.getRegistrySettings().mode);
+    EXPECT_EQ("http://127.0.0.1:8080/registry", manager.getRegistrySettings().httpUri);
+    EXPECT_EQ("http://127.0.0.1:8080", manager.getServerBaseUri("CarDataExchange"));
+    EXPECT_EQ("/", manager.getServerBasePath("CarDataExchange"));
+    EXPECT_EQ("", manager.getSeparatorAfterResource("CarDataExchange"));
+    EXPECT_FALSE(setting("CarDataExchange").useSeparator.getValue());
+    EXPECT_EQ(5000, setting("CarDataExchange").requestTimeout.getValue());
+    EXPECT_EQ(5000, setting("CarDataExchange").subscribeTimeout.getValue());
+    EXPECT_EQ(documentOf(textOfFile("registry.json")), registryDocument);
+    EXPECT_EQ(documentOf(textOfFile("service.json")), serviceDocument);
 }
 
 TEST_F(ConfigurationManagerTest, LoadTracesOnce) {
