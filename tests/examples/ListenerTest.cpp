@@ -30,6 +30,21 @@ TEST_F(Listener, PrintsTheDataOfEveryClient) {
     EXPECT_EQ(listener->terminate(), 0);
 }
 
+TEST_F(Listener, SharesTheServiceWithASecondProcess) {
+    m_vehicle->announce("navigation");
+    const auto one = run("cdx-listener");
+    const auto other = run("cdx-listener");
+    for (const auto& listener : {one.get(), other.get()})
+        listener->waitForLine("navigation: state");
+    m_vehicle->postData("navigation", "event-1");
+    for (const auto& listener : {one.get(), other.get()})
+        EXPECT_NE(listener->waitForLine("navigation: data").find(R"("eventId":"event-1")"), std::string::npos);
+    EXPECT_EQ(one->terminate(), 0);
+    m_vehicle->postData("navigation", "event-2");
+    EXPECT_NE(other->waitForLine("navigation: data").find(R"("eventId":"event-2")"), std::string::npos);
+    EXPECT_EQ(other->terminate(), 0);
+}
+
 TEST_F(Listener, FollowsTheDataAgainWhenTheServiceIsBack) {
     m_vehicle->announce("navigation");
     const auto listener = run("cdx-listener");
