@@ -34,9 +34,9 @@ struct HttpResponse {
 
 /// How much of an answer is taken. Beyond that the exchange fails.
 struct HttpLimits {
-    std::size_t headerBytes = 64 * 1024;        ///< status line and header together
-    std::size_t bodyBytes = 64 * 1024 * 1024;   ///< with the transfer coding taken off
-    std::chrono::milliseconds keepIdle{30'000}; ///< a connection idle for this long is not used again
+    std::size_t headerBytes = std::size_t{64} * 1024;      ///< status line and header together
+    std::size_t bodyBytes = std::size_t{64} * 1024 * 1024; ///< with the transfer coding taken off
+    std::chrono::milliseconds keepIdle{30'000};            ///< a connection idle for this long is not used again
 };
 
 /// No usable answer was had. what() says why.
