@@ -214,7 +214,6 @@ int main() {
     // The framework's diagnostics are not what is measured here, nor is a terminal.
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     ::dup2(nowhere, STDOUT_FILENO);
-    oru::Log::setReportingLevel(3);
     try {
         ExchangeBench().run();
     } catch (const std::exception& error) {
