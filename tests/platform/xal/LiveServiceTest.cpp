@@ -67,6 +67,7 @@ TEST_F(LiveService, ResumesAfterTheServiceWasAway) {
     const auto service = client.connection();
     ASSERT_TRUE(service);
     const auto subscription = subscribe(*service, ItemDescriptor());
+    ASSERT_EQ(notified.await("-"), "-");
     create(*service, "a");
     ASSERT_EQ(notified.await("a"), "a");
     server.stop();
@@ -85,6 +86,7 @@ TEST_F(LiveService, StartsAnewWhenTheServiceForgot) {
     const auto service = client.connection();
     ASSERT_TRUE(service);
     const auto subscription = subscribe(*service, ItemDescriptor());
+    ASSERT_EQ(notified.await("-"), "-");
     create(*service, "a");
     ASSERT_EQ(notified.await("a"), "a");
     const auto port = server.port();
