@@ -3,6 +3,7 @@
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/value_stack.hpp>
 
+#include <algorithm>
 #include <charconv>
 
 namespace cdxservice {
@@ -75,6 +76,41 @@ struct CountingBuilder {
     bool on_comment(json::string_view, json::error_code&) { return true; }
 };
 
+json::value parse(std::string_view text, json::storage_ptr storage, std::size_t& keys, json::error_code& error) {
+    json::parse_options options;
+    options.max_depth = maxJsonDepth;
+    json::basic_parser<CountingBuilder> parser(options);
+    CountingBuilder& builder = parser.handler();
+    builder.stack.reset(std::move(storage));
+    const std::size_t read = parser.write_some(false, text.data(), text.size(), error);
+    if (!error && read < text.size()) {
+        error = json::error::extra_data;
+    }
+    keys = builder.keys;
+    return error ? json::value() : builder.stack.release();
+}
+
+/// The text with no more than four digits in the exponent of a number: what is beyond a double remains so.
+std::string withShortExponents(std::string_view text) {
+    constexpr std::size_t keptDigits = 4;
+    std::string out;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        out.push_back(text[i]);
+        if (text[i] == '"') {
+            inString = !inString;
+        } else if (inString && text[i] == '\\' && i + 1 < text.size()) {
+            out.push_back(text[++i]);
+        } else if (!inString && (text[i] == 'e' || text[i] == 'E')) {
+            const std::size_t sign = i + 1 < text.size() && (text[i + 1] == '+' || text[i + 1] == '-') ? 1 : 0;
+            const auto end = std::min(text.find_first_not_of("0123456789", i + 1 + sign), text.size());
+            out.append(text, i + 1, std::min(end - i - 1, sign + keptDigits));
+            i = end - 1;
+        }
+    }
+    return out;
+}
+
 std::size_t membersIn(const json::value& value) {
     std::size_t count = 0;
     if (const json::object* object = value.if_object()) {
@@ -100,23 +136,19 @@ void writeNumber(std::string& out, Number number) {
 } // namespace
 
 std::optional<json::value> readStrictJson(std::string_view text, json::storage_ptr storage, std::string& problem) {
-    json::parse_options options;
-    options.max_depth = maxJsonDepth;
-    json::basic_parser<CountingBuilder> parser(options);
-    CountingBuilder& builder = parser.handler();
-    builder.stack.reset(std::move(storage));
-
+    std::size_t keys = 0;
     json::error_code error;
-    const std::size_t read = parser.write_some(false, text.data(), text.size(), error);
-    if (!error && read < text.size()) {
-        error = json::error::extra_data;
+    json::value value = parse(text, storage, keys, error);
+    if (error == json::error::exponent_overflow) {
+        // A limit of the parser's, not of JSON: such a number is well-formed, though nothing here takes one.
+        error = {};
+        value = parse(withShortExponents(text), storage, keys, error);
     }
     if (error) {
         problem = error.message();
         return std::nullopt;
     }
-    json::value value = builder.stack.release();
-    if (membersIn(value) != builder.keys) {
+    if (membersIn(value) != keys) {
         problem = "a key stands twice in one object";
         return std::nullopt;
     }

@@ -38,7 +38,8 @@ TEST(ClientMessage, IsRefusedForAWrongMember) {
           R"("resource":"cdxData","since":{"epoch":"e"})", R"("resource":"cdxData","since":{"epoch":1,"rev":1})",
           R"("resource":"cdxData","since":{"epoch":"e","rev":-1})",
           R"("resource":"cdxData","since":{"epoch":"e","rev":1.5})",
-          R"("resource":"cdxData","since":{"epoch":"e","rev":1,"x":1})"}) {
+          R"("resource":"cdxData","since":{"epoch":"e","rev":1,"x":1})", R"("resource":1e99999999999)",
+          R"("resource":"cdxData","since":{"epoch":"e","rev":1e99999999999})"}) {
         const auto message = readClientMessage(std::string(R"({"op":"subscribe","sub":1,)") + rest + "}");
         EXPECT_TRUE(message.readable) << rest;
         ASSERT_TRUE(message.problem) << rest;

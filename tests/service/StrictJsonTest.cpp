@@ -58,6 +58,25 @@ TEST(StrictJson, ReadsThirtyTwoLevelsAndNoMore) {
     EXPECT_FALSE(isRead(std::string(100'000, '[')));
 }
 
+TEST(StrictJson, ReadsANumberWhateverItsExponent) {
+    EXPECT_TRUE(isRead("1e99999999999"));
+    EXPECT_TRUE(isRead("[-1.5E+99999999999,1e-99999999999,0e00000000000099999999999]"));
+    EXPECT_TRUE(isRead(R"({"1e99999999999":"\"1e99999999999","a":1e99999999999})"));
+    EXPECT_FALSE(isRead("1e99999999999x"));
+    EXPECT_FALSE(isRead("[1e99999999999"));
+    EXPECT_FALSE(isRead("1e99999999999e1"));
+    EXPECT_FALSE(isRead(R"({"a":1e99999999999,"a":1})"));
+}
+
+TEST(StrictJson, LeavesTextsThatLookLikeExponentsAsTheyAre) {
+    std::string problem;
+    const auto value = readStrictJson(R"(["1e99999999999","\"1e99999999999",1e99999999999])", {}, problem);
+    ASSERT_TRUE(value);
+    EXPECT_EQ(value->at(0).as_string(), "1e99999999999");
+    EXPECT_EQ(value->at(1).as_string(), "\"1e99999999999");
+    EXPECT_TRUE(value->at(2).is_double());
+}
+
 TEST(StrictJson, EscapesOnlyWhatJsonDemandsInTheShortForm) {
     std::string out;
     writeJsonString(out, std::string("\"\\/\b\f\n\r\t\x01\x1f\x7f\xc3\xa9", 13) + std::string(1, '\0'));
