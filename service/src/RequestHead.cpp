@@ -12,9 +12,19 @@ bool isTargetCharacter(char c) {
     return alphanumeric || std::string_view("-._~!$&'()*+,;=:@/?%").find(c) != std::string_view::npos;
 }
 
+bool hasTargetCharactersOnly(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), isTargetCharacter) && percentDecoded(text).has_value();
+}
+
 bool isTarget(std::string_view target) {
-    return !target.empty() && std::all_of(target.begin(), target.end(), isTargetCharacter) &&
-           percentDecoded(target).has_value();
+    // The host of an absolute address is the only place for brackets.
+    const auto literal = target.find("://[");
+    if (literal != std::string_view::npos && isToken(target.substr(0, literal))) {
+        const std::string_view behindScheme = target.substr(literal + 3);
+        const auto end = behindScheme.find(']') + 1;
+        return parseAuthority(behindScheme.substr(0, end)) && hasTargetCharactersOnly(behindScheme.substr(end));
+    }
+    return !target.empty() && hasTargetCharactersOnly(target);
 }
 
 bool isForbiddenByte(unsigned char c) {
@@ -149,7 +159,7 @@ bool HeadParser::takeRequestLine(std::string_view buffer, std::string_view line)
     if (target.size() > maxTargetBytes) {
         return fail(414, "the address is too long");
     }
-    if (!isTarget(target)) {
+    if (!isTarget(target) && !(method == "CONNECT" && parseAuthority(target))) {
         return fail(400, "the address has characters, or an escape, that none has");
     }
     const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };

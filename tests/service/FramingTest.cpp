@@ -75,6 +75,8 @@ TEST_F(Framing, ARequestMayComeByteByByte) {
 TEST_F(Framing, AnAbsoluteAddressIsTakenForItsHostAndPath) {
     EXPECT_EQ(client->exchange("GET http://localhost/health HTTP/1.1\r\nHost: evil\r\n\r\n").status, 200);
     EXPECT_EQ(client->exchange("GET http://evil/health HTTP/1.1\r\n" + host() + "\r\n").status, 421);
+    EXPECT_EQ(client->exchange("GET http://[::1]:8/health HTTP/1.1\r\nHost: evil\r\n\r\n").status, 200);
+    EXPECT_EQ(client->exchange("GET http://[::2]/health HTTP/1.1\r\n" + host() + "\r\n").status, 421);
     EXPECT_EQ(client->exchange("GET https://localhost/health HTTP/1.1\r\n" + host() + "\r\n").status, 421);
 }
 

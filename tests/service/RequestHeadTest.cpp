@@ -52,6 +52,21 @@ TEST(RequestHead, HasItsParts) {
     EXPECT_TRUE(head.keepAlive);
 }
 
+TEST(RequestHead, TakesALiteralForAHostAndBracketsNowhereElse) {
+    const std::string bytes = "GET http://[::1]:8/a?b HTTP/1.1\r\nHost: other\r\n\r\n";
+    HeadParser parser;
+    ASSERT_EQ(parser.read(bytes), State::Complete);
+    EXPECT_EQ(parser.head().host, "[::1]:8");
+    EXPECT_EQ(parser.head().path, "/a");
+    EXPECT_EQ(parser.head().query, "b");
+    for (const char* target : {"/a[b", "http://[::1]/a[b", "http://[::1]/a]", "http://[::1", "http://[::1]x/a",
+                               "http://[a/b]/", "http://[::1]:x/a", "/http://[::1]/a", "http://a[::1]/", "[::1]",
+                               "http://[::1]a://[::1]/", "http://[::1]/%4x"}) {
+        EXPECT_EQ(judged(std::string("GET ") + target + " HTTP/1.1\r\nHost: x\r\n\r\n"), 400) << target;
+    }
+    EXPECT_EQ(judged("CONNECT [::1]:8 HTTP/1.1\r\nHost: x\r\n\r\n"), 200);
+}
+
 TEST(RequestHead, TakesTheHostOfAnAbsoluteAddress) {
     const std::string bytes = "GET http://localhost:1/a HTTP/1.1\r\nHost: other\r\n\r\n";
     HeadParser parser;
