@@ -41,14 +41,16 @@ bool isOpen(std::string_view path) {
 
 Access::Access(Rules rules) : m_rules(std::move(rules)), m_session(randomHex(64)) {}
 
-std::optional<Response> Access::refuse(const RequestHead& head) const {
+std::optional<Response> Access::refuse(const RequestHead& head, bool beginsSession) const {
     const auto authority = parseAuthority(head.host);
     const bool ourScheme = head.scheme.empty() || equalsIgnoringCase(head.scheme, scheme());
     if (!authority || !isOurHost(authority->host) || !ourScheme) {
         return Response::fromProblem({421, "this service does not answer for that host"});
     }
-    if (asksForToken() && !isOpen(head.path) && !hasToken(head) && !hasSession(head)) {
-        Response response = Response::fromProblem({401, "the service's token is needed"});
+    const bool sessionCounts = !beginsSession && hasSession(head);
+    if (asksForToken() && !isOpen(head.path) && !hasToken(head) && !sessionCounts) {
+        Response response = Response::fromProblem(
+            {401, beginsSession ? "a session is begun with the token itself" : "the service's token is needed"});
         response.addHeader("WWW-Authenticate", "Bearer");
         return response;
     }

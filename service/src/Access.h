@@ -23,11 +23,10 @@ public:
 
     explicit Access(Rules rules);
 
-    /// The answer to a request that may not come in: 421, 401 or 403, in this order.
-    std::optional<Response> refuse(const RequestHead& head) const;
+    /// The answer to a request that may not come in: 421, 401 or 403, in this order. `beginsSession`: it asks for a
+    /// cookie, which takes the token itself.
+    std::optional<Response> refuse(const RequestHead& head, bool beginsSession) const;
 
-    /// Whether the request bears the token itself, not the cookie that stands for it.
-    bool hasToken(const RequestHead& head) const;
     bool asksForToken() const { return !m_rules.token.empty(); }
     /// What a browser is given in the token's place; good for as long as this object lives.
     std::string sessionCookie() const;
@@ -36,6 +35,7 @@ public:
 
 private:
     bool isOurHost(std::string_view host) const;
+    bool hasToken(const RequestHead& head) const;
     bool hasSession(const RequestHead& head) const;
     bool isOurPage(const RequestHead& head) const;
 

@@ -10,6 +10,14 @@ namespace {
 
 constexpr std::size_t maxSizeLine = 1024;
 
+/// What stands behind a chunk's size: nothing, or whole extensions. Blanks are theirs, not the size's.
+bool isExtension(std::string_view text) {
+    const auto parameters = parseParameters(text);
+    return text.empty() ||
+           (parameters && !parameters->empty() &&
+            std::none_of(parameters->begin(), parameters->end(), [](const auto& each) { return each.name.empty(); }));
+}
+
 } // namespace
 
 void ChunkDecoder::discard() {
@@ -39,7 +47,7 @@ bool ChunkDecoder::takeLineByte(char c) {
 
 ChunkDecoder::State ChunkDecoder::takeSizeLine() {
     const auto digitsEnd = std::min(m_line.find_first_not_of("0123456789abcdefABCDEF"), m_line.size());
-    if (digitsEnd == 0 || (digitsEnd < m_line.size() && m_line[digitsEnd] != ';')) {
+    if (digitsEnd == 0 || !isExtension(std::string_view(m_line).substr(digitsEnd))) {
         return State::Malformed;
     }
     // More digits than a number of 64 bits has are too many, whatever they say.

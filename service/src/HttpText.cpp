@@ -24,6 +24,33 @@ int hexValue(char c) {
     return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
+std::string_view takeToken(std::string_view& text) {
+    const auto end = std::find_if_not(text.begin(), text.end(), isTokenCharacter);
+    const std::string_view token = text.substr(0, static_cast<std::size_t>(end - text.begin()));
+    text.remove_prefix(token.size());
+    return token;
+}
+
+/// A token or a quoted string; nothing if the text begins with neither.
+std::optional<std::string> takeValue(std::string_view& text) {
+    if (text.empty() || text.front() != '"') {
+        const std::string_view token = takeToken(text);
+        return token.empty() ? std::nullopt : std::optional<std::string>(token);
+    }
+    std::string value;
+    for (std::size_t i = 1; i < text.size(); ++i) {
+        if (text[i] == '"') {
+            text.remove_prefix(i + 1);
+            return value;
+        }
+        if (text[i] == '\\' && ++i == text.size()) {
+            break;
+        }
+        value.push_back(text[i]);
+    }
+    return std::nullopt;
+}
+
 bool isHostCharacter(char c) {
     return isLetter(c) || isDigit(c) || std::string_view("-._~!$&'()*+,;=%").find(c) != std::string_view::npos;
 }
@@ -71,6 +98,28 @@ bool isTokenCharacter(char c) {
 
 bool isToken(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), isTokenCharacter);
+}
+
+std::optional<std::vector<Parameter>> parseParameters(std::string_view text) {
+    std::vector<Parameter> parameters;
+    for (text = trimmed(text); !text.empty(); text = trimmed(text)) {
+        if (text.front() != ';') {
+            return std::nullopt;
+        }
+        text = trimmed(text.substr(1));
+        Parameter& parameter = parameters.emplace_back();
+        parameter.name = takeToken(text);
+        const std::string_view behindName = trimmed(text);
+        if (behindName.empty() || behindName.front() != '=') {
+            continue;
+        }
+        text = trimmed(behindName.substr(1));
+        parameter.value = takeValue(text);
+        if (parameter.name.empty() || !parameter.value) {
+            return std::nullopt;
+        }
+    }
+    return parameters;
 }
 
 std::optional<std::string> percentDecoded(std::string_view text) {

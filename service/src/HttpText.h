@@ -24,6 +24,14 @@ bool listHas(std::string_view list, std::string_view member);
 bool isTokenCharacter(char c);
 bool isToken(std::string_view text);
 
+/// What stands behind a media type or the size of a chunk: `;name=value` any number of times, with or without a value.
+struct Parameter {
+    std::string_view name; ///< Empty: a semicolon with nothing behind it.
+    std::optional<std::string> value;
+};
+/// Blanks may stand around each part; a value's quotes are taken off. Nothing if the text is malformed.
+std::optional<std::vector<Parameter>> parseParameters(std::string_view text);
+
 /// Resolves %XX. Nothing if one is malformed.
 std::optional<std::string> percentDecoded(std::string_view text);
 

@@ -59,10 +59,10 @@ void writeResponse(OutBuffer& out, const Response& response, Framing framing) {
         text.append("\r\n");
     }
     text.append(response.headers);
-    if (framing.close) {
-        text.append("Connection: close\r\n");
-    } else if (framing.http10) {
-        text.append("Connection: keep-alive\r\n");
+    const std::string_view persistence = framing.close ? "close" : framing.http10 ? "keep-alive" : "";
+    if (response.offersUpgrade || !persistence.empty()) {
+        text.append("Connection: ").append(response.offersUpgrade ? "Upgrade" : "");
+        text.append(response.offersUpgrade && !persistence.empty() ? ", " : "").append(persistence).append("\r\n");
     }
     text.append("\r\n");
     if (bodiless || framing.withoutBody) {

@@ -23,7 +23,8 @@ struct Response {
     };
 
     int status = 200;
-    std::string headers; ///< Whole lines, beyond those that every answer has.
+    std::string headers;        ///< Whole lines, beyond those that every answer has.
+    bool offersUpgrade = false; ///< "Upgrade" is among them, which "Connection" must name.
     std::string_view contentType = "application/json";
     std::vector<Piece> body;
 

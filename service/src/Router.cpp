@@ -6,6 +6,7 @@
 
 #include <boost/json/monotonic_resource.hpp>
 
+#include <algorithm>
 #include <utility>
 
 namespace cdxservice {
@@ -49,13 +50,12 @@ bool isDocumentType(const RequestHead& head) {
     if (!known) {
         return false;
     }
-    std::string_view parameter = trimmed(field->substr(std::min(semicolon + 1, field->size())));
-    constexpr std::string_view charset = "charset=";
-    if (!equalsIgnoringCase(parameter.substr(0, charset.size()), charset)) {
-        return true;
-    }
-    parameter.remove_prefix(charset.size());
-    return equalsIgnoringCase(parameter, "utf-8") || equalsIgnoringCase(parameter, "\"utf-8\"");
+    const auto parameters = parseParameters(field->substr(semicolon));
+    const auto isAcceptable = [](const Parameter& parameter) {
+        return parameter.name.empty() || (parameter.value && (!equalsIgnoringCase(parameter.name, "charset") ||
+                                                              equalsIgnoringCase(*parameter.value, "utf-8")));
+    };
+    return parameters && std::all_of(parameters->begin(), parameters->end(), isAcceptable);
 }
 
 /// Whether one of a list of entity tags is this one. `weak`: those marked as weak count too.
@@ -84,10 +84,11 @@ std::string Router::etag(const Element& element) const {
 }
 
 Router::Verdict Router::judge(const RequestHead& head, bool surplus) {
-    if (auto refusal = m_access.refuse(head)) {
+    Route route = findRoute(head.path);
+    const bool beginsSession = route.kind == Route::Kind::Session && head.method == "POST";
+    if (auto refusal = m_access.refuse(head, beginsSession)) {
         return std::move(*refusal);
     }
-    Route route = findRoute(head.path);
     if (head.isUpgrade()) {
         Verdict verdict = judgeUpgrade(route, head);
         if (surplus && !std::holds_alternative<Upgrade>(verdict)) {
@@ -156,6 +157,7 @@ Router::Verdict Router::judgeUpgrade(const Route& route, const RequestHead& head
     if (version && (*version != "13" || head.count("Sec-WebSocket-Version") != 1)) {
         Response response = problem(426, "the channel speaks version 13 of the WebSocket protocol");
         response.addHeader("Upgrade", "websocket");
+        response.offersUpgrade = true;
         response.addHeader("Sec-WebSocket-Version", "13");
         return response;
     }
@@ -189,11 +191,6 @@ Response Router::handle(const Route& route, const RequestHead& head, std::string
     case Route::Kind::Health:
         return answerHealth();
     case Route::Kind::Session: {
-        if (!m_access.hasToken(head)) {
-            Response response = problem(401, "a session is begun with the token itself");
-            response.addHeader("WWW-Authenticate", "Bearer");
-            return response;
-        }
         Response response;
         response.status = 204;
         response.addHeader("Set-Cookie", m_access.sessionCookie());

@@ -144,6 +144,10 @@ TEST_F(Tokens, AreExchangedForACookie) {
     EXPECT_NO_THROW(cdxtest::WebSocketPeer::connect(server->port(), "/CarDataExchange", pair));
     EXPECT_EQ(client->get("/CarDataExchange", "Cookie: cdx-session=x\r\n").status, 401);
     EXPECT_EQ(client->request("POST", "/session", {}, pair).status, 401) << "a cookie makes no cookie";
+    EXPECT_EQ(client->request("POST", "/session?x=1", {}, pair).status, 401) << "and is asked about before the query";
+    EXPECT_EQ(client->request("POST", "/%73ession", {}, pair + "Origin: http://evil\r\n").status, 401);
+    EXPECT_EQ(client->request("PUT", "/session?x=1", {}, pair).status, 405);
+    EXPECT_EQ(client->request("POST", "/session?x=1", {}, bearer).status, 400);
 }
 
 TEST_F(Tokens, AreExchangedByAPostOnly) {
@@ -163,6 +167,7 @@ class NoToken : public ServiceFixture {};
 TEST_F(NoToken, HasNoSessions) {
     EXPECT_EQ(client->request("POST", "/session").status, 404);
     EXPECT_EQ(client->get("/session").status, 404);
+    EXPECT_EQ(client->request("POST", "/session?x=1").status, 404);
 }
 
 TEST(Start, BeyondLoopbackNeedsAToken) {

@@ -72,7 +72,15 @@ TEST_F(Channels, OfAnotherVersionAreToldWhichIsSpoken) {
                          "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 8\r\n\r\n");
     EXPECT_EQ(answer.status, 426);
     EXPECT_EQ(answer.header("Upgrade"), "websocket");
+    EXPECT_EQ(answer.header("Connection"), "Upgrade");
     EXPECT_EQ(answer.header("Sec-WebSocket-Version"), "13");
+    EXPECT_EQ(client->get("/health").status, 200) << "the connection goes on";
+    EXPECT_EQ(client
+                  ->exchange("GET /CarDataExchange HTTP/1.1\r\n" + host() +
+                             "Connection: Upgrade, close\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 8\r\n\r\n")
+                  .header("Connection"),
+              "Upgrade, close");
+    EXPECT_TRUE(client->isEnded());
     EXPECT_EQ(upgradeStatus("/nowhere", "Sec-WebSocket-Version: 8\r\n"), 404);
 }
 

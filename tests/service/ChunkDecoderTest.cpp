@@ -43,6 +43,22 @@ TEST(ChunkDecoder, RefusesWhatCouldBeReadInTwoWays) {
     }
 }
 
+TEST(ChunkDecoder, PassesOverExtensionsAlsoWithBlanksAroundTheirParts) {
+    for (const char* extensions : {";a", ";a=b", " ;a=b", "\t; a = b", ";a=\"b;c\\\"d\"", ";a;b=c ; d", " \t;a "}) {
+        const Decoded decoded = decode("5" + std::string(extensions) + "\r\nhello\r\n0\r\n\r\n");
+        EXPECT_EQ(decoded.state, State::Complete) << extensions;
+        EXPECT_EQ(decoded.body, "hello") << extensions;
+    }
+}
+
+TEST(ChunkDecoder, RefusesExtensionsThatAreNone) {
+    for (const char* extensions :
+         {" ", " a", ";", ";;a", ";a;", ";=b", ";a=", ";a=\"b", ";a b", ";a=b c", ";a=\"b\"c"}) {
+        EXPECT_EQ(decode("5" + std::string(extensions) + "\r\nhello\r\n0\r\n\r\n").state, State::Malformed)
+            << extensions;
+    }
+}
+
 TEST(ChunkDecoder, TellsOfABodyOverTheLimitBeforeItComes) {
     EXPECT_EQ(decode("64\r\n", 0, 100).state, State::Reading);
     EXPECT_EQ(decode("65\r\n", 0, 100).state, State::TooLarge);

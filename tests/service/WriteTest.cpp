@@ -93,6 +93,11 @@ TEST_F(Writing, AnotherTypeOrNoneIsRefused) {
     EXPECT_EQ(post("Content-Type: application/merge-patch+json\r\n"), 415);
     EXPECT_EQ(post("Content-Type: application/json; charset=latin1\r\n"), 415);
     EXPECT_EQ(post("Content-Type: Application/JSON; charset=UTF-8\r\n"), 201);
+    EXPECT_EQ(post("Content-Type: application/json; a=b; charset=latin1\r\n"), 415);
+    EXPECT_EQ(post("Content-Type: application/json; charset=utf-8; charset=latin1\r\n"), 415);
+    EXPECT_EQ(post("Content-Type: application/json; a=\"; charset=latin1\"; charset=\"utf-8\";\r\n"), 201);
+    EXPECT_EQ(post("Content-Type: application/json; charset\r\n"), 415);
+    EXPECT_EQ(post("Content-Type: application/json; a=\"b\r\n"), 415);
     EXPECT_EQ(client->request("PATCH", path, "{}", "Content-Type: application/json-patch+json\r\n").status, 415);
     EXPECT_EQ(client->request("PATCH", path, "{}", "Content-Type: application/merge-patch+json\r\n").status, 200);
 }
@@ -108,6 +113,14 @@ TEST_F(Writing, ABodyThatIsNoJsonObjectIsBad) {
     }
     EXPECT_EQ(client->request("POST", configPath, "", std::string(jsonType) + "Content-Length: 0\r\n").status, 400);
     EXPECT_EQ(revision(), 0);
+}
+
+TEST_F(Writing, ANumberBeyondAllIsOfAWrongType) {
+    for (const char* field : {"expiryTime", "recordId"}) {
+        const auto answer = client->post(configPath, std::string("{\"") + field + "\":1e99999999999}");
+        EXPECT_EQ(answer.status, 422) << field;
+        EXPECT_EQ(text(object(answer.body).at("pointer")), std::string("/") + field);
+    }
 }
 
 TEST_F(Writing, AWrongFieldIsPointedAt) {
