@@ -1,5 +1,5 @@
 #include <cdxservice/Server.h>
-#include <support/ConformanceReport.h>
+#include <support/HttpMistakes.h>
 #include <support/HttpTestClient.h>
 
 #include <gtest/gtest.h>
@@ -7,12 +7,10 @@
 namespace cdxtest {
 namespace {
 
-/// A request as its bytes, and the status that it must be answered with before the connection ends.
-struct StrictnessCase {
-    const char* title;
-    std::string bytes;
-    int status;
-};
+// A request as its bytes, and the status that it must be answered with before the connection ends.
+using Cases = std::vector<HttpStrictnessCase>;
+
+const std::string creation = R"({"name":"a"})";
 
 std::string get(const std::string& headers) {
     return "GET /CarDataExchange HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n";
@@ -22,110 +20,59 @@ std::string line(const std::string& requestLine) {
     return requestLine + "\r\nHost: localhost\r\n\r\n";
 }
 
-/// A creation that would be accepted if its framing were.
-std::string post(const std::string& framing, const std::string& body = R"({"name":"a"})") {
-    return "POST /CarDataExchange/cdxConfig HTTP/1.1\r\nHost: localhost\r\nContent-Type: application/json\r\n" +
-           framing + "\r\n" + body;
+int statusOf(HttpFlaw flaw) {
+    switch (flaw) {
+    case HttpFlaw::unknownCoding:
+        return 501;
+    case HttpFlaw::lengthOverLimit:
+        return 413;
+    case HttpFlaw::headerOverLimit:
+        return 431;
+    default:
+        return 400;
+    }
 }
 
-std::string chunked(const std::string& body) {
-    return post("Transfer-Encoding: chunked\r\n", body);
-}
-
-const std::vector<StrictnessCase>& lengthCases() {
-    static const std::vector<StrictnessCase> cases = {
-        {"two lengths that differ", post("Content-Length: 12\r\nContent-Length: 13\r\n"), 400},
-        {"two lengths that agree", post("Content-Length: 12\r\nContent-Length: 12\r\n"), 400},
-        {"a list of lengths", post("Content-Length: 12, 12\r\n"), 400},
-        {"an empty length", post("Content-Length:\r\n"), 400},
-        {"a length with a plus", post("Content-Length: +12\r\n"), 400},
-        {"a length with a minus", post("Content-Length: -12\r\n"), 400},
-        {"a hexadecimal length", post("Content-Length: 0xC\r\n"), 400},
-        {"a length with a blank inside", post("Content-Length: 1 2\r\n"), 400},
-        {"a length with a fraction", post("Content-Length: 12.0\r\n"), 400},
-        {"a length with a vertical tab", post("Content-Length: \v12\r\n"), 400},
-        {"a length beyond 64 bits", post("Content-Length: 99999999999999999999999\r\n"), 413},
-        {"a length and a transfer coding", post("Content-Length: 12\r\nTransfer-Encoding: chunked\r\n"), 400},
-        {"a transfer coding and a length", post("Transfer-Encoding: chunked\r\nContent-Length: 12\r\n"), 400},
-    };
+/// Creations that would be accepted if their framing were.
+Cases creations(const std::vector<HttpMistake>& mistakes, Cases others = {}) {
+    Cases cases = std::move(others);
+    for (const HttpMistake& mistake : mistakes) {
+        cases.push_back({mistake.title,
+                         "POST /CarDataExchange/cdxConfig HTTP/1.1\r\n" + mistake.headers +
+                             "Host: localhost\r\nContent-Type: application/json\r\n\r\n" + mistake.body,
+                         statusOf(mistake.flaw)});
+    }
     return cases;
 }
 
-const std::vector<StrictnessCase>& codingCases() {
-    static const std::vector<StrictnessCase> cases = {
-        {"chunkedchunked", post("Transfer-Encoding: chunkedchunked\r\n"), 400},
-        {"chunked twice", post("Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n"), 400},
-        {"chunked twice in a list", post("Transfer-Encoding: chunked, chunked\r\n"), 400},
-        {"chunked that is not the last", post("Transfer-Encoding: chunked, gzip\r\n"), 400},
-        {"an unknown coding", post("Transfer-Encoding: gzip, chunked\r\n"), 501},
-        {"identity", post("Transfer-Encoding: identity\r\n"), 400},
-        {"an empty coding", post("Transfer-Encoding:\r\n"), 400},
-        {"chunked with a parameter", post("Transfer-Encoding: chunked;a=b\r\n"), 400},
-        {"chunked after a vertical tab", post("Transfer-Encoding: \vchunked\r\n"), 400},
-        {"chunked in quotes", post("Transfer-Encoding: \"chunked\"\r\n"), 400},
-        {"a transfer coding in HTTP/1.0",
-         "POST /CarDataExchange/cdxConfig HTTP/1.0\r\nHost: localhost\r\nContent-Type: application/json\r\n"
-         "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
-         400},
-        {"a chunk without a size", chunked("\r\n{}\r\n0\r\n\r\n"), 400},
-        {"a chunk's size that is no number", chunked("x\r\n{}\r\n0\r\n\r\n"), 400},
-        {"a chunk's size with 0x", chunked("0x2\r\n{}\r\n0\r\n\r\n"), 400},
-        {"a chunk's size with a sign", chunked("+2\r\n{}\r\n0\r\n\r\n"), 400},
-        {"a chunk's size behind a blank", chunked(" 2\r\n{}\r\n0\r\n\r\n"), 400},
-        {"a chunk's size beyond 64 bits", chunked("10000000000000002\r\n{}\r\n0\r\n\r\n"), 400},
-        {"a chunk's line that ends with a bare line feed", chunked("2\n{}\r\n0\r\n\r\n"), 400},
-        {"a chunk that ends with a bare line feed", chunked("2\r\n{}\n0\r\n\r\n"), 400},
-        {"a chunk longer than its size", chunked("2\r\n{}a\r\n0\r\n\r\n"), 400},
-        {"a chunk's extension with a bare line feed", chunked("2;a\n\r\n{}\r\n0\r\n\r\n"), 400},
-        {"a chunk's extension with a bare carriage return", chunked("2;a\rb\r\n{}\r\n0\r\n\r\n"), 400},
-        {"an over-long chunk extension", chunked("2;" + std::string(70'000, 'a') + "\r\n{}\r\n0\r\n\r\n"), 400},
-        {"a trailer that is no header", chunked("2\r\n{}\r\n0\r\nno header\r\n\r\n"), 400},
-        {"a folded trailer", chunked("2\r\n{}\r\n0\r\na: b\r\n c\r\n\r\n"), 400},
-        {"over-long trailers", chunked("2\r\n{}\r\n0\r\na: " + std::string(70'000, 'a') + "\r\n\r\n"), 400},
-        {"a chunk over the limit", chunked("100001\r\n"), 413},
-    };
-    return cases;
+Cases lengthCases() {
+    return creations(lengthMistakes(creation));
 }
 
-const std::vector<StrictnessCase>& headerCases() {
-    static const std::vector<StrictnessCase> cases = {
-        {"bare line feeds", "GET /CarDataExchange HTTP/1.1\nHost: localhost\n\n", 400},
-        {"a header that ends with a bare line feed", get("A: b\nC: d\r\n"), 400},
-        {"a bare carriage return in a header", get("A: b\rC: d\r\n"), 400},
-        {"a folded header", get("A: b\r\n c\r\n"), 400},
-        {"a header folded with a tab", get("A: b\r\n\tc\r\n"), 400},
-        {"a first header that begins with a blank", "GET / HTTP/1.1\r\n Host: localhost\r\n\r\n", 400},
-        {"a blank before the colon", get("A : b\r\n"), 400},
-        {"a tab before the colon", get("A\t: b\r\n"), 400},
-        {"a blank before the colon of the length", post("Content-Length : 12\r\n"), 400},
-        {"a header without a colon", get("A\r\n"), 400},
-        {"a header without a name", get(": b\r\n"), 400},
-        {"a name with a blank", get("A B: c\r\n"), 400},
-        {"a name with a delimiter", get("A(B: c\r\n"), 400},
-        {"a name that is no ASCII", get("\xc3\xa4: c\r\n"), 400},
-        {"a NUL in a value", get(std::string("A: \0b\r\n", 7)), 400},
-        {"a NUL in a name", get(std::string("A\0: b\r\n", 7)), 400},
-        {"a control character in a value", get("A: \x01\r\n"), 400},
-        {"an over-long header", get("A: " + std::string(70'000, 'a') + "\r\n"), 431},
-        {"a header of one MiB", get("A: " + std::string(1'048'576, 'a') + "\r\n"), 431},
-        {"too many headers", get([] {
-             std::string many;
-             for (int i = 0; i < 20'000; ++i)
-                 many += "A: b\r\n";
-             return many;
-         }()),
-         431},
-        {"no host", "GET /CarDataExchange HTTP/1.1\r\n\r\n", 400},
-        {"two hosts", "GET /CarDataExchange HTTP/1.1\r\nHost: localhost\r\nHost: localhost\r\n\r\n", 400},
-        {"a host with a blank", "GET / HTTP/1.1\r\nHost: local host\r\n\r\n", 400},
-        {"a host with a path", "GET / HTTP/1.1\r\nHost: localhost/a\r\n\r\n", 400},
-        {"a host with a user", "GET / HTTP/1.1\r\nHost: a@localhost\r\n\r\n", 400},
-    };
-    return cases;
+Cases codingCases() {
+    return creations(
+        codingMistakes(creation),
+        {{"a transfer coding in HTTP/1.0",
+          "POST /CarDataExchange/cdxConfig HTTP/1.0\r\nHost: localhost\r\nContent-Type: application/json\r\n"
+          "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
+          400}});
 }
 
-const std::vector<StrictnessCase>& requestLineCases() {
-    static const std::vector<StrictnessCase> cases = {
+Cases headerCases() {
+    return creations(
+        headerMistakes(creation),
+        {
+            {"bare line feeds", "GET /CarDataExchange HTTP/1.1\nHost: localhost\n\n", 400},
+            {"no host", "GET /CarDataExchange HTTP/1.1\r\n\r\n", 400},
+            {"two hosts", "GET /CarDataExchange HTTP/1.1\r\nHost: localhost\r\nHost: localhost\r\n\r\n", 400},
+            {"a host with a blank", "GET / HTTP/1.1\r\nHost: local host\r\n\r\n", 400},
+            {"a host with a path", "GET / HTTP/1.1\r\nHost: localhost/a\r\n\r\n", 400},
+            {"a host with a user", "GET / HTTP/1.1\r\nHost: a@localhost\r\n\r\n", 400},
+        });
+}
+
+Cases requestLineCases() {
+    return {
         {"no version", line("GET /"), 400},
         {"two blanks before the address", line("GET  / HTTP/1.1"), 400},
         {"two blanks before the version", line("GET /  HTTP/1.1"), 400},
@@ -148,24 +95,14 @@ const std::vector<StrictnessCase>& requestLineCases() {
         {"an over-long method", line(std::string(70'000, 'A') + " / HTTP/1.1"), 501},
         {"the first bytes of a TLS handshake", std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", 11), 400},
     };
-    return cases;
 }
 
-struct StrictnessSection {
-    const char* name;
-    const std::vector<StrictnessCase>& (*cases)();
-};
-
-std::ostream& operator<<(std::ostream& out, const StrictnessSection& section) {
-    return out << section.name;
-}
-
-class HttpStrictness : public ::testing::TestWithParam<StrictnessSection> {
+class HttpStrictness : public ::testing::TestWithParam<HttpStrictnessSection> {
 protected:
     HttpStrictness() { m_service.start(); }
 
     /// What is not as it must be, with a good request hidden behind the bad one; empty when all is.
-    std::string difference(const StrictnessCase& sent) {
+    std::string difference(const HttpStrictnessCase& sent) {
         HttpTestClient client(m_service.port());
         client.send(sent.bytes);
         client.send(get("X-Hidden: 1\r\n"));
@@ -182,22 +119,17 @@ protected:
 };
 
 TEST_P(HttpStrictness, RefusesTheRequestAndTakesNothingBehindIt) {
-    ConformanceReport report("service", std::string("http_") + GetParam().name);
-    int number = 0;
-    for (const StrictnessCase& sent : GetParam().cases()) {
-        const std::string found = difference(sent);
-        EXPECT_EQ(found, "") << sent.title << "; expected " << sent.status;
-        report.add(std::to_string(++number), sent.title, std::to_string(sent.status) + ", then closed", "", found);
-    }
+    playSection("service", GetParam(), ", then closed",
+                [this](const HttpStrictnessCase& sent) { return difference(sent); });
     HttpTestClient other(m_service.port());
     EXPECT_EQ(other.get("/CarDataExchange/cdxConfig").body, "[]") << "nothing of it was carried out";
 }
 
 INSTANTIATE_TEST_SUITE_P(Section, HttpStrictness,
-                         ::testing::Values(StrictnessSection{"lengths", lengthCases},
-                                           StrictnessSection{"codings", codingCases},
-                                           StrictnessSection{"headers", headerCases},
-                                           StrictnessSection{"request_lines", requestLineCases}),
+                         ::testing::Values(HttpStrictnessSection{"lengths", lengthCases},
+                                           HttpStrictnessSection{"codings", codingCases},
+                                           HttpStrictnessSection{"headers", headerCases},
+                                           HttpStrictnessSection{"request_lines", requestLineCases}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 } // namespace

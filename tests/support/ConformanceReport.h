@@ -4,6 +4,7 @@
 #include <support/ConformanceCase.h>
 
 #include <fstream>
+#include <functional>
 #include <string>
 
 namespace cdxtest {
@@ -14,13 +15,17 @@ class ConformanceReport {
 public:
     ConformanceReport(const std::string& side, const std::string& section);
 
-    void add(const ConformanceCase& expected, const std::string& difference);
     void add(const std::string& number, const std::string& title, const std::string& expectation,
              const std::string& reason, const std::string& difference);
 
 private:
     std::ofstream m_rows;
 };
+
+/// Plays a section's cases against `side`; `play` plays one. Each difference fails the test, and each case becomes a
+/// row of the report.
+void playSection(const char* side, const ConformanceSection& section, const Dialect& dialect,
+                 const std::function<ConformanceResult(const ConformanceCase&)>& play);
 
 } // namespace cdxtest
 

@@ -1,6 +1,7 @@
 #include "TestClient.h"
 
-#include <support/ConformanceReport.h>
+#include <support/HttpMistakes.h>
+#include <support/WebSocketPeer.h>
 
 #include <gtest/gtest.h>
 
@@ -9,104 +10,52 @@ namespace {
 using namespace cdxtest;
 using namespace xaltest;
 
-/// An answer to a GET as its bytes, and the status of the one failure that must come of it.
-struct StrictnessCase {
-    const char* title;
-    std::string bytes;
-    int status;
-    /// The peer ends the connection behind these bytes: only then is the answer known to be cut short.
-    bool ends = false;
-};
+// An answer to a GET as its bytes, and the status of the one failure that must come of it.
+using Cases = std::vector<HttpStrictnessCase>;
 
 std::string answer(const std::string& headers, const std::string& body = "[]") {
     return "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n" + headers + "\r\n" + body;
-}
-
-std::string chunked(const std::string& body) {
-    return answer("Transfer-Encoding: chunked\r\n", body);
 }
 
 std::string statusLine(const std::string& line) {
     return line + "\r\nContent-Length: 2\r\n\r\n[]";
 }
 
-const std::vector<StrictnessCase>& lengthCases() {
-    static const std::vector<StrictnessCase> cases = {
-        {"two lengths that differ", answer("Content-Length: 2\r\nContent-Length: 3\r\n"), 200},
-        {"two lengths that agree", answer("Content-Length: 2\r\nContent-Length: 2\r\n"), 200},
-        {"a list of lengths", answer("Content-Length: 2, 2\r\n"), 200},
-        {"an empty length", answer("Content-Length:\r\n"), 200},
-        {"a length with a plus", answer("Content-Length: +2\r\n"), 200},
-        {"a length with a minus", answer("Content-Length: -2\r\n"), 200},
-        {"a hexadecimal length", answer("Content-Length: 0x2\r\n"), 200},
-        {"a length with a blank inside", answer("Content-Length: 2 2\r\n"), 200},
-        {"a length beyond 64 bits", answer("Content-Length: 99999999999999999999999\r\n"), 200},
-        {"a length beyond the limit", answer("Content-Length: 67108865\r\n"), 200},
-        {"a length and a transfer coding",
-         answer("Content-Length: 2\r\nTransfer-Encoding: chunked\r\n", "2\r\n[]\r\n0\r\n\r\n"), 200},
-        {"a transfer coding and a length",
-         answer("Transfer-Encoding: chunked\r\nContent-Length: 2\r\n", "2\r\n[]\r\n0\r\n\r\n"), 200},
-        {"a body shorter than its length", answer("Content-Length: 3\r\n"), 200, true},
-        {"a head cut short", "HTTP/1.1 200 OK\r\nContent-Le", 200, true},
-        {"a status line cut short", "HTTP/1.1 20", 0, true},
-        {"nothing", "", 0, true},
-    };
+/// Whatever stands behind a good status line.
+Cases answers(const std::vector<HttpMistake>& mistakes, Cases others) {
+    Cases cases = std::move(others);
+    for (const HttpMistake& mistake : mistakes) {
+        // The mistake comes first: a header that begins with a blank must follow the status line.
+        cases.push_back({mistake.title, "HTTP/1.1 200 OK\r\n" + mistake.headers + "\r\n" + mistake.body, 200,
+                         mistake.flaw == HttpFlaw::endless});
+    }
     return cases;
 }
 
-const std::vector<StrictnessCase>& codingCases() {
-    static const std::vector<StrictnessCase> cases = {
-        {"chunkedchunked", answer("Transfer-Encoding: chunkedchunked\r\n", "2\r\n[]\r\n0\r\n\r\n"), 200},
-        {"chunked twice", answer("Transfer-Encoding: chunked, chunked\r\n", "2\r\n[]\r\n0\r\n\r\n"), 200},
-        {"chunked in two headers",
-         answer("Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n", "2\r\n[]\r\n0\r\n\r\n"), 200},
-        {"an unknown coding", answer("Transfer-Encoding: gzip\r\n"), 200, true},
-        {"an unknown coding before chunked", answer("Transfer-Encoding: gzip, chunked\r\n", "2\r\n[]\r\n0\r\n\r\n"),
-         200},
-        {"identity", answer("Transfer-Encoding: identity\r\n"), 200, true},
-        {"an empty coding", answer("Transfer-Encoding:\r\n"), 200, true},
-        {"a chunk's size that is no number", chunked("x\r\n[]\r\n0\r\n\r\n"), 200},
-        {"a chunk's size with 0x", chunked("0x2\r\n[]\r\n0\r\n\r\n"), 200},
-        {"a chunk's size with a sign", chunked("+2\r\n[]\r\n0\r\n\r\n"), 200},
-        {"a chunk's size beyond 64 bits", chunked("10000000000000002\r\n[]\r\n0\r\n\r\n"), 200},
-        {"a chunk beyond the limit", chunked("4000001\r\n"), 200},
-        {"a chunk's line that ends with a bare line feed", chunked("2\n[]\r\n0\r\n\r\n"), 200},
-        {"a chunk longer than its size", chunked("2\r\n[] \r\n0\r\n\r\n"), 200},
-        {"chunks that end too early", chunked("2\r\n[]\r\n"), 200, true},
-        {"a trailer that is no header", chunked("2\r\n[]\r\n0\r\nno header\r\n\r\n"), 200},
-        {"over-long trailers", chunked("2\r\n[]\r\n0\r\na: " + std::string(70'000, 'a') + "\r\n\r\n"), 200},
-    };
-    return cases;
+Cases lengthCases() {
+    return answers(lengthMistakes("[]"),
+                   {
+                       {"a body shorter than its length", answer("Content-Length: 3\r\n"), 200, true},
+                       {"a head cut short", "HTTP/1.1 200 OK\r\nContent-Le", 200, true},
+                       {"a status line cut short", "HTTP/1.1 20", 0, true},
+                       {"nothing", "", 0, true},
+                   });
 }
 
-const std::vector<StrictnessCase>& headerCases() {
-    static const std::vector<StrictnessCase> cases = {
-        {"bare line feeds", "HTTP/1.1 200 OK\nContent-Length: 2\n\n[]", 0},
-        {"a header that ends with a bare line feed", answer("A: b\nContent-Length: 2\r\n"), 200},
-        {"a bare carriage return in a header", answer("A: b\rC: d\r\nContent-Length: 2\r\n"), 200},
-        {"a folded header", answer("A: b\r\n c\r\nContent-Length: 2\r\n"), 200},
-        {"a header folded with a tab", answer("A: b\r\n\tc\r\nContent-Length: 2\r\n"), 200},
-        {"a first header that begins with a blank", "HTTP/1.1 200 OK\r\n A: b\r\nContent-Length: 2\r\n\r\n[]", 200},
-        {"a blank before the colon", answer("Content-Length : 2\r\n"), 200},
-        {"a header without a colon", answer("A\r\nContent-Length: 2\r\n"), 200},
-        {"a header without a name", answer(": b\r\nContent-Length: 2\r\n"), 200},
-        {"a name with a blank", answer("A B: c\r\nContent-Length: 2\r\n"), 200},
-        {"a NUL in a value", answer(std::string("A: \0b\r\n", 7) + "Content-Length: 2\r\n"), 200},
-        {"a control character in a value", answer("A: \x01\r\nContent-Length: 2\r\n"), 200},
-        {"an over-long header", answer("A: " + std::string(70'000, 'a') + "\r\nContent-Length: 2\r\n"), 200},
-        {"too many headers", answer([] {
-             std::string many;
-             for (int i = 0; i < 20'000; ++i)
-                 many += "A: b\r\n";
-             return many + "Content-Length: 2\r\n";
-         }()),
-         200},
-    };
-    return cases;
+Cases codingCases() {
+    return answers(codingMistakes("[]"), {
+                                             {"an unknown coding", answer("Transfer-Encoding: gzip\r\n"), 200, true},
+                                             {"chunks that end too early",
+                                              answer("Transfer-Encoding: chunked\r\n", "2\r\n[]\r\n"), 200, true},
+                                         });
 }
 
-const std::vector<StrictnessCase>& statusCases() {
-    static const std::vector<StrictnessCase> cases = {
+Cases headerCases() {
+    return answers(headerMistakes("[]"), {{"bare line feeds", "HTTP/1.1 200 OK\nContent-Length: 2\n\n[]", 0}});
+}
+
+Cases statusCases() {
+    return {
         {"no HTTP at all", "SSH-2.0-server\r\n", 0},
         {"another protocol's name", statusLine("ICY 200 OK"), 0},
         {"a misspelled name", statusLine("HTPP/1.1 200 OK"), 0},
@@ -131,19 +80,9 @@ const std::vector<StrictnessCase>& statusCases() {
         {"a body that is no list", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}", 200},
         {"no content", "HTTP/1.1 204 No Content\r\n\r\n", 204},
     };
-    return cases;
 }
 
-struct StrictnessSection {
-    const char* name;
-    const std::vector<StrictnessCase>& (*cases)();
-};
-
-std::ostream& operator<<(std::ostream& out, const StrictnessSection& section) {
-    return out << section.name;
-}
-
-class HttpStrictness : public ::testing::TestWithParam<StrictnessSection> {
+class HttpStrictness : public ::testing::TestWithParam<HttpStrictnessSection> {
 protected:
     HttpStrictness() : m_client("http://127.0.0.1:" + std::to_string(m_listener.port())) {
         m_client.listen();
@@ -163,7 +102,7 @@ protected:
             });
     }
     /// Answers the next request, on the connection that is kept or on a new one, and gives the result.
-    std::string resultOf(const StrictnessCase& sent) {
+    std::string resultOf(const HttpStrictnessCase& sent) {
         read();
         if (!m_kept.isOpen() || !m_kept.takeUntil("\r\n\r\n")) {
             m_kept = TcpPeer(m_listener.accept());
@@ -188,23 +127,19 @@ protected:
 };
 
 TEST_P(HttpStrictness, TakesTheAnswerForOneFailureWithItsStatus) {
-    ConformanceReport report("framework", std::string("http_") + GetParam().name);
-    int number = 0;
-    for (const StrictnessCase& sent : GetParam().cases()) {
-        const std::string expected = "failed " + std::to_string(sent.status);
+    playSection("framework", GetParam(), "", [this](const HttpStrictnessCase& sent) {
         const std::string result = resultOf(sent);
-        EXPECT_EQ(result, expected) << sent.title;
-        report.add(std::to_string(++number), sent.title, expected, "", result == expected ? "" : result);
-    }
-    const StrictnessCase good{"", answer("Content-Length: 2\r\n"), 200};
+        return result == "failed " + std::to_string(sent.status) ? "" : result;
+    });
+    const HttpStrictnessCase good{"", answer("Content-Length: 2\r\n"), 200};
     EXPECT_EQ(resultOf(good), "read 0 200") << "the next request fares well";
 }
 
 INSTANTIATE_TEST_SUITE_P(Section, HttpStrictness,
-                         ::testing::Values(StrictnessSection{"lengths", lengthCases},
-                                           StrictnessSection{"codings", codingCases},
-                                           StrictnessSection{"headers", headerCases},
-                                           StrictnessSection{"status_lines", statusCases}),
+                         ::testing::Values(HttpStrictnessSection{"lengths", lengthCases},
+                                           HttpStrictnessSection{"codings", codingCases},
+                                           HttpStrictnessSection{"headers", headerCases},
+                                           HttpStrictnessSection{"status_lines", statusCases}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 } // namespace
