@@ -1,33 +1,19 @@
-#include <xalutil/Json.h>
+#include "JsonReading.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <exception>
 #include <memory>
 #include <string>
 
 namespace {
 
+using namespace xalutiltest;
 using testing::AllOf;
 using testing::HasSubstr;
 using xalutil::JsonArray;
 using xalutil::JsonFactory;
 using xalutil::JsonObject;
-
-std::shared_ptr<JsonArray> parseArray(const std::string& text) {
-    return JsonFactory::createJsonParser()->parse(text).asArray();
-}
-
-template <class Action>
-std::string failureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 TEST(JsonArrayTest, ReadsStringsAndObjectsByIndex) {
     const auto array = parseArray(R"(["a",{"k":1},"c"])");

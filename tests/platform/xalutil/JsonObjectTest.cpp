@@ -1,10 +1,9 @@
-#include <xalutil/Json.h>
+#include "JsonReading.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -15,25 +14,12 @@
 
 namespace {
 
+using namespace xalutiltest;
 using testing::AllOf;
 using testing::HasSubstr;
 using xalutil::JsonArray;
 using xalutil::JsonFactory;
 using xalutil::JsonObject;
-
-std::shared_ptr<JsonObject> parseObject(const std::string& text) {
-    return JsonFactory::createJsonParser()->parse(text).asObject();
-}
-
-template <class Action>
-std::string failureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 TEST(JsonObjectTest, TypedReadsGiveWhatStandsInTheText) {
     const auto object = parseObject(R"({"s":"tex\u0074","i":-12,"t":true,"f":false,"a":["x"],"o":{"k":"v"}})");

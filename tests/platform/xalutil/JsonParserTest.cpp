@@ -1,33 +1,19 @@
-#include <xalutil/Json.h>
+#include "JsonReading.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <exception>
 #include <memory>
 #include <string>
 #include <thread>
 
 namespace {
 
+using namespace xalutiltest;
 using testing::AllOf;
 using testing::HasSubstr;
 using xalutil::JsonFactory;
 using xalutil::JsonValue;
-
-JsonValue parse(const std::string& text) {
-    return JsonFactory::createJsonParser()->parse(text);
-}
-
-template <class Action>
-std::string failureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 std::string nested(int depth) {
     return std::string(static_cast<std::size_t>(depth), '[') + std::string(static_cast<std::size_t>(depth), ']');

@@ -39,20 +39,35 @@ struct OlderStatic {
     ~OlderStatic() { say("older static gone;"); }
 };
 
+/// Returns once a task runs that ends, and says so, when its executor is stopped.
+void runUntilStopped(SingleThreadAsyncTaskExecutor& executor) {
+    Event isRunning;
+    executor.execute([&isRunning] {
+        Event isTold;
+        const StopCallback onStop([&isTold] { isTold.set(); });
+        isRunning.set();
+        isTold.await();
+        say("task ended;");
+    });
+    isRunning.await();
+}
+
+/// Returns once a task runs that no stop ends.
+void runForAMinute(SingleThreadAsyncTaskExecutor& executor) {
+    Event isRunning;
+    executor.execute([&isRunning] {
+        isRunning.set();
+        Event().await(std::chrono::minutes(1));
+    });
+    isRunning.await();
+}
+
 TEST_F(ProcessEndDeathTest, ExecutorIsStoppedBeforeAnyOlderStaticObjectGoes) {
     EXPECT_EXIT(
         {
             static const OlderStatic older;
             SingleThreadAsyncTaskExecutor executor("left", nullptr);
-            Event isRunning;
-            executor.execute([&isRunning] {
-                Event isTold;
-                const StopCallback onStop([&isTold] { isTold.set(); });
-                isRunning.set();
-                isTold.await();
-                say("task ended;");
-            });
-            isRunning.await();
+            runUntilStopped(executor);
             std::exit(ownStatus);
         },
         ExitedWithCode(ownStatus), "task ended;older static gone;");
@@ -63,12 +78,7 @@ TEST_F(ProcessEndDeathTest, StuckTaskIsWaitedForAtMostASecond) {
     EXPECT_EXIT(
         {
             SingleThreadAsyncTaskExecutor executor("stuck", nullptr);
-            Event isRunning;
-            executor.execute([&isRunning] {
-                isRunning.set();
-                Event().await(std::chrono::minutes(1));
-            });
-            isRunning.await();
+            runForAMinute(executor);
             std::exit(ownStatus);
         },
         ExitedWithCode(ownStatus), "");
@@ -92,12 +102,7 @@ TEST_F(ProcessEndDeathTest, AfterTheExitHandlerStopAndDestructorWaitForNobody) {
         {
             static StopsWhenDestroyed older;
             older.executor = std::make_unique<SingleThreadAsyncTaskExecutor>("stuck", nullptr);
-            Event isRunning;
-            older.executor->execute([&isRunning] {
-                isRunning.set();
-                Event().await(std::chrono::minutes(1));
-            });
-            isRunning.await();
+            runForAMinute(*older.executor);
             std::exit(ownStatus);
         },
         ExitedWithCode(ownStatus), "waited for nobody;");
@@ -107,17 +112,9 @@ TEST_F(ProcessEndDeathTest, HooksAreCalledAfterTheExecutorsStoppedYoungestFirst)
     EXPECT_EXIT(
         {
             SingleThreadAsyncTaskExecutor executor("left", nullptr);
-            Event isRunning;
             const ProcessEndHook first([] { say("first hook;"); });
             const ProcessEndHook second([] { say("second hook;"); });
-            executor.execute([&isRunning] {
-                Event isTold;
-                const StopCallback onStop([&isTold] { isTold.set(); });
-                isRunning.set();
-                isTold.await();
-                say("task ended;");
-            });
-            isRunning.await();
+            runUntilStopped(executor);
             std::exit(ownStatus);
         },
         ExitedWithCode(ownStatus), "task ended;second hook;first hook;");
