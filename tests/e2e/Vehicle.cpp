@@ -1,6 +1,6 @@
 #include "Vehicle.h"
 
-#include <support/Tcp.h>
+#include <support/HttpTestClient.h>
 
 #include <gtest/gtest.h>
 
@@ -29,19 +29,11 @@ oru::Json::Value json(const std::string& text) {
 }
 
 oru::Json::Value Vehicle::request(const std::string& method, const std::string& target, const std::string& body) const {
-    TcpPeer connection = TcpPeer::connect(m_port);
-    connection.send(
-        method + " /CarDataExchange/" + target +
-        " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\nContent-Type: application/json\r\nContent-Length: " +
-        std::to_string(body.size()) + "\r\n\r\n" + body);
-    connection.readToEnd();
-    const std::string& answer = connection.received();
-    if (answer.compare(0, 10, "HTTP/1.1 2") != 0) {
-        ADD_FAILURE() << method << ' ' << target << ' ' << body << "\nwas answered: " << answer;
-        return {};
-    }
-    const std::string content = answer.substr(answer.find("\r\n\r\n") + 4);
-    return content.empty() ? oru::Json::Value() : json(content);
+    const HttpAnswer answer = HttpTestClient(m_port).request(method, "/CarDataExchange/" + target, body,
+                                                             "Content-Type: application/json\r\n");
+    EXPECT_EQ(answer.status / 100, 2) << method << ' ' << target << ' ' << body << "\nwas answered: " << answer.head
+                                      << answer.body;
+    return answer.status / 100 != 2 || answer.body.empty() ? oru::Json::Value() : json(answer.body);
 }
 
 oru::Json::Value Vehicle::post(const std::string& resource, const oru::Json::Value& element) const {
