@@ -140,8 +140,8 @@ void PeerConnection::reset() {
     close();
 }
 
-ScriptedPeer::ScriptedPeer(std::vector<Script> scripts, std::chrono::milliseconds patience)
-    : m_scripts(std::move(scripts)), m_deadline(std::chrono::steady_clock::now() + patience),
+ScriptedPeer::ScriptedPeer(std::vector<Script> scripts, std::chrono::milliseconds scriptsTake)
+    : m_scripts(std::move(scripts)), m_deadline(std::chrono::steady_clock::now() + scriptsTake),
       m_listener(check(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket")),
       m_wakeUp(check(::eventfd(0, EFD_CLOEXEC), "eventfd")) {
     sockaddr_in address{};

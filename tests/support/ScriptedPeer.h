@@ -71,7 +71,7 @@ public:
 
     explicit ScriptedPeer(Script script) : ScriptedPeer(std::vector<Script>{std::move(script)}) {}
     explicit ScriptedPeer(std::vector<Script> scripts,
-                          std::chrono::milliseconds patience = std::chrono::milliseconds(10'000));
+                          std::chrono::milliseconds scriptsTake = std::chrono::milliseconds(10'000));
     ~ScriptedPeer();
     ScriptedPeer(const ScriptedPeer&) = delete;
     ScriptedPeer& operator=(const ScriptedPeer&) = delete;

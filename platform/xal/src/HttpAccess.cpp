@@ -68,8 +68,7 @@ HttpAccess::Answer HttpAccess::perform(const ServiceAddress& address, const Requ
         const Uri uri = Uri::parse(address.baseUri);
         http = makeHttpRequest(uri, address, request);
         origin = uri.httpOrigin();
-        const auto headers = m_headers->collect(logger);
-        http.headers.insert(http.headers.end(), headers.begin(), headers.end());
+        m_headers->addTo(http, logger);
         const auto answer = sessionFor(address.service, origin)->exchange(http, begin + timeout);
         if (logger.isDebug())
             logger.debug(describe(http, origin, std::to_string(answer.status), begin));
@@ -94,7 +93,7 @@ std::string HttpAccess::askRegistry(const std::string& registryUri, const std::s
         throw std::runtime_error("there is no transport");
     xalutil::HttpRequest question;
     question.target = joinPath(uri.path, percentEncode(service));
-    question.headers = m_headers->collect(logger);
+    m_headers->addTo(question, logger);
     question.headers.emplace_back("Accept", "application/json");
     const std::shared_ptr<xalutil::HttpSession> session = m_sessions->createSession(uri.httpOrigin());
     started(session);

@@ -45,16 +45,23 @@ std::string withoutBlanks(const std::string& text) {
     return begin == std::string::npos ? std::string() : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
 }
 
-/// Empty where there is no token.
-std::string readToken(xalutil::ILogger& logger) {
+void add(xalutil::HttpHeaders& headers, const std::string& name, const std::string& value, xalutil::ILogger& logger) {
+    if (!isWellFormed(name, value) || belongsToFraming(name))
+        logger.warning("request header left out: " + (isWellFormed(name, "") ? name : "its name is malformed"));
+    else
+        headers.emplace_back(name, value);
+}
+
+void addToken(xalutil::HttpHeaders& headers, xalutil::ILogger& logger) {
     const char* const path = std::getenv("XAL_TOKEN_FILE");
     if (path == nullptr || *path == '\0')
-        return {};
+        return;
     std::ifstream file(path, std::ios::binary);
     const std::string token = withoutBlanks({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
     if (!file.is_open())
         logger.warning(std::string("no token: cannot read ") + path);
-    return token;
+    if (!token.empty())
+        add(headers, authorization, "Bearer " + token, logger);
 }
 
 } // namespace
@@ -64,37 +71,44 @@ void RequestHeaders::set(std::shared_ptr<const Map> map) {
     m_map.swap(map);
 }
 
-xalutil::HttpHeaders RequestHeaders::collect(xalutil::ILogger& logger) const {
+/// Whether the map names an "Authorization".
+bool RequestHeaders::addMap(xalutil::HttpHeaders& headers, xalutil::ILogger& logger) const {
     std::shared_ptr<const Map> map;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         map = m_map;
     }
-    xalutil::HttpHeaders headers;
     bool isAuthorized = false;
     bool isNamed = m_clientName.empty();
-    const auto add = [&](const std::string& name, const std::string& value) {
-        if (!isWellFormed(name, value) || belongsToFraming(name))
-            logger.warning("request header left out: " + (isWellFormed(name, "") ? name : "its name is malformed"));
-        else
-            headers.emplace_back(name, value);
-    };
     if (map) {
         for (const auto& [name, value] : *map) {
             if (!value)
                 continue;
             isAuthorized = isAuthorized || sameName(name, authorization);
             isNamed = isNamed || sameName(name, userAgent);
-            add(name, *value);
+            add(headers, name, *value, logger);
         }
     }
     if (!isNamed)
-        add(userAgent, m_clientName);
-    if (!isAuthorized) {
-        if (const std::string token = readToken(logger); !token.empty())
-            add(authorization, "Bearer " + token);
-    }
+        add(headers, userAgent, m_clientName, logger);
+    return isAuthorized;
+}
+
+xalutil::HttpHeaders RequestHeaders::collect(xalutil::ILogger& logger) const {
+    xalutil::HttpHeaders headers;
+    if (!addMap(headers, logger))
+        addToken(headers, logger);
     return headers;
+}
+
+void RequestHeaders::addTo(xalutil::HttpRequest& request, xalutil::ILogger& logger) const {
+    if (addMap(request.headers, logger))
+        return;
+    request.connectionHeaders = [&logger] {
+        xalutil::HttpHeaders headers;
+        addToken(headers, logger);
+        return headers;
+    };
 }
 
 } // namespace xal

@@ -27,8 +27,13 @@ public:
     /// set, the token that its file holds now. Left out and logged is what would end the header early or contradict
     /// what the message's framing says of itself.
     xalutil::HttpHeaders collect(xalutil::ILogger& logger) const;
+    /// The same for a request over a connection that may be kept: the token is the one that the file held when the
+    /// connection was made. The logger must outlive the request.
+    void addTo(xalutil::HttpRequest& request, xalutil::ILogger& logger) const;
 
 private:
+    bool addMap(xalutil::HttpHeaders& headers, xalutil::ILogger& logger) const;
+
     const std::string m_clientName;
     mutable std::mutex m_mutex;
     std::shared_ptr<const Map> m_map; ///< guarded by m_mutex

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -18,6 +19,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr int unauthorized = 401;
+
 /// What would make the request end elsewhere than where this session ends it, or go to somebody else.
 bool isForTheSessionToSay(const std::string& header) {
     constexpr std::string_view own[] = {"Host", "Content-Length", "Transfer-Encoding"};
@@ -25,8 +28,17 @@ bool isForTheSessionToSay(const std::string& header) {
                        [&](std::string_view name) { return httptext::equalIgnoringCase(header, name); });
 }
 
-/// The request as it is sent. What would let one request become two, or another one, is refused.
-std::string wordRequest(const HttpRequest& request, const std::string& authority) {
+void addHeaders(std::string& head, const HttpHeaders& headers) {
+    for (const auto& [name, value] : headers) {
+        if (!httptext::isToken(name) || !httptext::isFieldText(value) || isForTheSessionToSay(name))
+            throw HttpError(0, "the request's header \"" + name + "\" cannot be sent");
+        head += name + ": " + value + "\r\n";
+    }
+}
+
+/// The request's head as it is sent, but for the connection's own headers and the empty line. What would let one
+/// request become two, or another one, is refused.
+std::string wordHead(const HttpRequest& request, const std::string& authority) {
     const auto isPlain = [](char c) { return c > ' ' && c < 0x7f; };
     if (!httptext::isToken(request.method))
         throw HttpError(0, "the request's method is no token");
@@ -34,16 +46,12 @@ std::string wordRequest(const HttpRequest& request, const std::string& authority
         !std::all_of(request.target.begin(), request.target.end(), isPlain))
         throw HttpError(0, "the request's target is no encoded path");
 
-    std::string text = request.method + ' ' + request.target + " HTTP/1.1\r\nHost: " + authority + "\r\n";
-    for (const auto& [name, value] : request.headers) {
-        if (!httptext::isToken(name) || !httptext::isFieldText(value) || isForTheSessionToSay(name))
-            throw HttpError(0, "the request's header \"" + name + "\" cannot be sent");
-        text += name + ": " + value + "\r\n";
-    }
+    std::string head = request.method + ' ' + request.target + " HTTP/1.1\r\nHost: " + authority + "\r\n";
+    addHeaders(head, request.headers);
     const bool callsForBody = request.method == "POST" || request.method == "PUT" || request.method == "PATCH";
     if (callsForBody || !request.body.empty())
-        text += "Content-Length: " + std::to_string(request.body.size()) + "\r\n";
-    return text + "\r\n" + request.body;
+        head += "Content-Length: " + std::to_string(request.body.size()) + "\r\n";
+    return head;
 }
 
 class PocoHttpSession : public HttpSession {
@@ -53,55 +61,69 @@ public:
     HttpResponse exchange(const HttpRequest& request, Clock::time_point deadline, const HttpLimits& limits) override {
         const StopCallback onStop([this] { cancel(); });
         m_interruption.check(deadline);
-        const std::string text = wordRequest(request, m_server.authority());
+        const std::string head = wordHead(request, m_server.authority());
         dropUnlessUsable(limits);
-        const bool isKept = m_connection != nullptr;
+        const bool isKept = m_kept.connection != nullptr;
         HttpAnswerParser parser(request.method == "HEAD", limits);
         try {
-            return exchangeOnce(text, parser, deadline);
+            return exchangeOnce(head, request, parser, deadline);
         } catch (const HttpConnectionLost&) {
             if (!isKept || request.method != "GET" || parser.hasSeenBytes())
                 throw;
         }
-        return exchangeOnce(text, parser, deadline);
+        return exchangeOnce(head, request, parser, deadline);
     }
 
     void cancel() noexcept override { m_interruption.cancel(); }
 
 private:
+    struct Kept {
+        std::unique_ptr<HttpConnection> connection;
+        std::optional<HttpHeaders> headers; ///< the connection's own, once they were asked for
+    };
+
     void dropUnlessUsable(const HttpLimits& limits) {
-        if (!m_connection)
+        if (!m_kept.connection)
             return;
         bool isUsable = false;
         try {
             // Nothing may come that nobody asked for, least of all the connection's end.
             char unasked = 0;
-            isUsable = Clock::now() - m_idleSince < limits.keepIdle && !m_connection->receive(&unasked, 1);
+            isUsable = Clock::now() - m_idleSince < limits.keepIdle && !m_kept.connection->receive(&unasked, 1);
         } catch (const HttpConnectionLost&) {
             // As unusable as can be.
         }
         if (!isUsable)
-            m_connection.reset();
+            m_kept = Kept();
     }
 
     /// A connection on which anything went wrong is not kept.
-    HttpResponse exchangeOnce(const std::string& text, HttpAnswerParser& parser, Clock::time_point deadline) {
-        std::unique_ptr<HttpConnection> connection = std::move(m_connection);
-        if (!connection)
-            connection = std::make_unique<HttpConnection>(m_server, m_trust, m_interruption, deadline);
+    HttpResponse exchangeOnce(std::string text, const HttpRequest& request, HttpAnswerParser& parser,
+                              Clock::time_point deadline) {
+        Kept used = std::exchange(m_kept, Kept());
+        if (!used.connection)
+            used.connection = std::make_unique<HttpConnection>(m_server, m_trust, m_interruption, deadline);
+        if (request.connectionHeaders) {
+            if (!used.headers)
+                used.headers = request.connectionHeaders();
+            addHeaders(text, *used.headers);
+        }
+        text += "\r\n" + request.body;
         bool isSent = false;
         try {
-            isSent = sendAll(*connection, text, parser, deadline);
+            isSent = sendAll(*used.connection, text, parser, deadline);
             while (!parser.isComplete())
-                if (!receiveSome(*connection, parser, deadline))
-                    connection->await(false, m_interruption, deadline);
+                if (!receiveSome(*used.connection, parser, deadline))
+                    used.connection->await(false, m_interruption, deadline);
         } catch (const HttpConnectionLost& failure) {
             throw HttpConnectionLost(parser.getStatus(), failure.what());
         } catch (const HttpError& failure) {
             throw HttpError(parser.getStatus(), failure.what());
         }
-        if (isSent && parser.mayReuseConnection()) {
-            m_connection = std::move(connection);
+        const bool isRefused =
+            request.connectionHeaders && !used.headers->empty() && parser.getStatus() == unauthorized;
+        if (isSent && !isRefused && parser.mayReuseConnection()) {
+            m_kept = std::move(used);
             m_idleSince = Clock::now();
         }
         return parser.takeAnswer();
@@ -150,7 +172,7 @@ private:
     Interruption m_interruption;
 
     // Of the thread that exchanges.
-    std::unique_ptr<HttpConnection> m_connection; ///< kept and idle; empty when there is none
+    Kept m_kept; ///< idle; empty when there is none
     Clock::time_point m_idleSince;
 };
 

@@ -184,6 +184,34 @@ TEST_F(TokenFile, IsReadAnewForEachConnection) {
     EXPECT_THAT(peer.accept().head(), HasSubstr("Authorization: Bearer renewed\r\n"));
 }
 
+TEST_F(TokenFile, StaysAsItWasOverAKeptConnection) {
+    connect();
+    update();
+    ASSERT_THAT(receive(tcp).head, HasSubstr("Bearer secret\r\n"));
+    answer(tcp, "200 OK");
+    write("renewed");
+    update();
+    EXPECT_THAT(receive(tcp).head, HasSubstr("Bearer secret\r\n"));
+    answer(tcp, "200 OK");
+    ASSERT_TRUE(results.awaitCount(2));
+    tcp.close();
+    update();
+    EXPECT_THAT(receive(tcp).head, HasSubstr("Bearer renewed\r\n"));
+}
+
+TEST_F(TokenFile, IsReadAnewOnceItWasRefused) {
+    connect();
+    update();
+    ASSERT_THAT(receive(tcp).head, HasSubstr("Bearer secret\r\n"));
+    write("renewed");
+    answer(tcp, "401 Unauthorized");
+    EXPECT_THAT(results.await("failed"), StartsWith("failed 401"));
+    EXPECT_TRUE(tcp.readToEnd());
+    tcp.close();
+    update();
+    EXPECT_THAT(receive(tcp).head, HasSubstr("Bearer renewed\r\n"));
+}
+
 TEST_F(TokenFile, GivesWayToTheMapsOwnAuthorization) {
     client.makeRegistry();
     const auto headers = std::make_shared<xal::IServiceRegistry::RequestHeaders>();

@@ -1,4 +1,6 @@
 #include <support/Event.h>
+#include <support/FullListener.h>
+#include <support/NamedAddresses.h>
 #include <support/ScriptedPeer.h>
 #include <xalutil/HttpSession.h>
 #include <xalutil/TaskExecutor.h>
@@ -6,17 +8,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
-#include <netinet/in.h>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -24,6 +23,8 @@
 namespace {
 
 using cdxtest::Event;
+using cdxtest::FullListener;
+using cdxtest::NamedAddresses;
 using cdxtest::PeerConnection;
 using cdxtest::ScriptedPeer;
 using testing::HasSubstr;
@@ -289,6 +290,76 @@ TEST(HttpSessionTest, OtherRequestsAreNeverRepeated) {
     }
 }
 
+/// A request whose connection's header says how often it was asked for.
+HttpRequest numbered(int& asked) {
+    HttpRequest request;
+    request.connectionHeaders = [&asked] { return xalutil::HttpHeaders{{"Asked", std::to_string(++asked)}}; };
+    return request;
+}
+
+/// Answers requests of one connection as long as they carry this text, until the client goes.
+ScriptedPeer::Script whileSent(const std::string& text, const std::string& answer = ok) {
+    return [=](PeerConnection& client) {
+        while (client.readRequest().find(text) != std::string::npos)
+            client.write(answer);
+    };
+}
+
+TEST(HttpSessionTest, HeadersOfAConnectionAreAskedForOnceOnEach) {
+    ScriptedPeer peer({whileSent("\r\nAsked: 1\r\n"), whileSent("\r\nAsked: 2\r\n")});
+    const auto session = sessionWith(peer);
+    int asked = 0;
+    exchange(*session, numbered(asked));
+    exchange(*session, numbered(asked));
+    EXPECT_EQ(peer.getConnections(), 1U);
+    HttpLimits limits;
+    limits.keepIdle = milliseconds(0);
+    EXPECT_EQ(exchange(*session, numbered(asked), limits).body, "ok");
+    EXPECT_EQ(asked, 2);
+}
+
+TEST(HttpSessionTest, HeadersOfAConnectionAreSentOnlyWithRequestsThatHaveThem) {
+    ScriptedPeer peer([](PeerConnection& client) {
+        for (;;)
+            client.write(client.readRequest().find("Asked") == std::string::npos
+                             ? ok
+                             : "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nasked");
+    });
+    const auto session = sessionWith(peer);
+    int asked = 0;
+    EXPECT_EQ(exchange(*session).body, "ok");
+    EXPECT_EQ(exchange(*session, numbered(asked)).body, "asked");
+    EXPECT_EQ(exchange(*session).body, "ok");
+    EXPECT_EQ(exchange(*session, numbered(asked)).body, "asked");
+    EXPECT_EQ(asked, 1);
+}
+
+TEST(HttpSessionTest, HeadersOfAConnectionAreAskedForAnewByARepeatedGet) {
+    ScriptedPeer peer({goesAtTheSecondRequest(), whileSent("\r\nAsked: 2\r\n")});
+    const auto session = sessionWith(peer);
+    int asked = 0;
+    exchange(*session, numbered(asked));
+    EXPECT_EQ(exchange(*session, numbered(asked)).body, "ok");
+}
+
+TEST(HttpSessionTest, ConnectionWhoseHeadersWereRefusedIsNotKept) {
+    const std::string unauthorized = "HTTP/1.1 401 Who\r\nContent-Length: 0\r\n\r\n";
+    ScriptedPeer peer({whileSent("\r\nAsked: 1\r\n", unauthorized), whileSent("\r\nAsked: 2\r\n")});
+    const auto session = sessionWith(peer);
+    int asked = 0;
+    EXPECT_EQ(exchange(*session, numbered(asked)).status, 401);
+    EXPECT_EQ(exchange(*session, numbered(asked)).status, 200);
+}
+
+TEST(HttpSessionTest, HeadersOfAConnectionThatCannotBeSentAreAFailure) {
+    ScriptedPeer peer(always(ok));
+    HttpRequest request;
+    request.connectionHeaders = [] { return xalutil::HttpHeaders{{"A", "b\r\nC: d"}}; };
+    const auto failure = failureOf(*sessionWith(peer), request);
+    ASSERT_NE(failure, std::nullopt);
+    EXPECT_EQ(failure->status, 0);
+}
+
 TEST(HttpSessionTest, SessionGoesOnAfterAFailedExchange) {
     ScriptedPeer peer({[](PeerConnection& client) {
                            client.readRequest();
@@ -393,41 +464,13 @@ TEST(HttpSessionTest, DeadlineThatIsOverFailsWithoutAConnection) {
     EXPECT_EQ(peer.getConnections(), 0U);
 }
 
-/// Listens, but has no room for another connection: whoever connects waits.
-class FullListener {
-public:
-    FullListener() {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const generic = reinterpret_cast<sockaddr*>(&address);
-        m_sockets.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        if (::bind(m_sockets[0], generic, size) != 0 || ::listen(m_sockets[0], 0) != 0 ||
-            ::getsockname(m_sockets[0], generic, &size) != 0)
-            throw std::runtime_error("no listener");
-        m_port = ntohs(address.sin_port);
-        for (int i = 0; i < 4; ++i) {
-            m_sockets.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-            static_cast<void>(::connect(m_sockets.back(), generic, size));
-        }
-    }
-
-    ~FullListener() {
-        for (const int socket : m_sockets)
-            ::close(socket);
-    }
-
-    std::string uri() const { return "http://127.0.0.1:" + std::to_string(m_port); }
-
-private:
-    std::vector<int> m_sockets;
-    int m_port = 0;
-};
+std::string uriOf(const FullListener& listener) {
+    return "http://127.0.0.1:" + std::to_string(listener.port());
+}
 
 TEST(HttpSessionTest, DeadlineIsForTheConnectingToo) {
     const FullListener listener;
-    const auto session = PocoHttpSessionFactory().createSession(listener.uri());
+    const auto session = PocoHttpSessionFactory().createSession(uriOf(listener));
     const auto begin = Clock::now();
     const auto failure = failureOf(*session, {}, begin + milliseconds(50));
     ASSERT_NE(failure, std::nullopt);
@@ -484,7 +527,7 @@ TEST(HttpSessionTest, CancelEndsAnExchangeThatShakesHands) {
 
 TEST(HttpSessionTest, CancelEndsAnExchangeThatConnects) {
     const FullListener listener;
-    const auto session = PocoHttpSessionFactory().createSession(listener.uri());
+    const auto session = PocoHttpSessionFactory().createSession(uriOf(listener));
     EXPECT_LT(cancelledExchange(*session, {}, nullptr), prompt);
 }
 
@@ -528,9 +571,18 @@ TEST(HttpSessionTest, RefusedConnectionIsAFailureThatNamesTheServer) {
 }
 
 TEST(HttpSessionTest, NameWithSeveralAddressesIsTriedToTheLast) {
-    ScriptedPeer peer(always(ok)); // "localhost" may be ::1 first, where nobody listens
-    const auto session = PocoHttpSessionFactory().createSession("http://localhost:" + std::to_string(peer.port()));
+    const NamedAddresses name("several.test", {"127.0.0.3", "127.0.0.2", "127.0.0.1"}); // nobody listens on the others
+    ScriptedPeer peer(always(ok));
+    const auto session = PocoHttpSessionFactory().createSession("http://several.test:" + std::to_string(peer.port()));
     EXPECT_EQ(exchange(*session).body, "ok");
+}
+
+TEST(HttpSessionTest, AddressThatIsSilentCostsItsShareOfTheDeadline) {
+    const NamedAddresses name("several.test", {"127.0.0.2", "127.0.0.1"});
+    ScriptedPeer peer(always(ok));
+    const FullListener silent("127.0.0.2", peer.port());
+    const auto session = PocoHttpSessionFactory().createSession("http://several.test:" + std::to_string(peer.port()));
+    EXPECT_EQ(session->exchange({}, Clock::now() + milliseconds(1000)).body, "ok");
 }
 
 TEST(HttpSessionTest, HeadHasAnAnswerWithoutABody) {

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -20,6 +21,9 @@ struct HttpRequest {
     std::string target = "/"; ///< path and query, percent-encoded, beginning with a slash
     HttpHeaders headers = {};
     std::string body = {};
+    /// Headers that belong to the connection: asked for once on each connection, by its first request that has this,
+    /// and sent with each request on it that has this.
+    std::function<HttpHeaders()> connectionHeaders = {};
 };
 
 /// A complete answer, whatever its status. Redirects are not followed, and interim (1xx) answers are passed over.
@@ -54,8 +58,9 @@ private:
 ///
 /// The answer is held to the grammar: what can be read in two ways is refused. A connection is used again only when its
 /// last answer was framed by itself, taken to its last byte, with nothing behind it, and the server did not ask for its
-/// end. A request is never repeated, with one exception: a GET, once, when a kept connection turns out to be closed
-/// before a byte of the answer was seen.
+/// end; nor one whose own headers were refused (401): the next exchange asks for them anew. A request is never
+/// repeated, with one exception: a GET, once, when a kept connection turns out to be closed before a byte of the answer
+/// was seen.
 ///
 /// exchange() belongs to one thread at a time, cancel() to any.
 class HttpSession {

@@ -1,0 +1,21 @@
+#ifndef CDXTESTS_SUPPORT_NAMEDADDRESSES_H
+#define CDXTESTS_SUPPORT_NAMEDADDRESSES_H
+
+#include <string>
+#include <vector>
+
+namespace cdxtest {
+
+/// While this is there, the system's resolver gives these addresses, in this order, for this name; every other name
+/// is resolved as ever. One at a time.
+class NamedAddresses {
+public:
+    NamedAddresses(const std::string& name, const std::vector<std::string>& addresses);
+    ~NamedAddresses();
+    NamedAddresses(const NamedAddresses&) = delete;
+    NamedAddresses& operator=(const NamedAddresses&) = delete;
+};
+
+} // namespace cdxtest
+
+#endif
