@@ -31,14 +31,16 @@ using std::chrono::steady_clock;
 
 constexpr const char* subprotocol = "cdx.v1";
 constexpr std::size_t largestMessage = 2 * 1024 * 1024;
-/// For the goodbyes that follow what a peer did wrong.
-constexpr std::chrono::seconds goodbye(1);
+/// What a peer gets for its goodbye, whoever ends the connection and why.
+constexpr milliseconds goodbye(250);
 
-/// Sits where a stream may limit its rate, and only notes when the last byte came.
+/// Sits where a stream may limit its rate, and only notes when the last byte came and when the last frame has gone.
 class SignsOfLife {
 public:
     explicit SignsOfLife(std::shared_ptr<const ReadingClock> clock) : m_clock(std::move(clock)) {}
     Channel::Duration last() const { return m_last; }
+    /// Called when only the connection's end on the other side is waited for.
+    std::function<void()> onLeaving;
 
 private:
     friend class beast::rate_policy_access;
@@ -54,6 +56,20 @@ private:
 
 using Plain = beast::basic_stream<Tcp, net::io_context::executor_type, SignsOfLife>;
 using Secure = beast::ssl_stream<Plain>;
+
+// Found by the WebSocket stream in place of the library's own, which wait for the peer however long it takes.
+
+template <class Handler>
+void async_teardown(beast::role_type role, Plain& stream, Handler&& handler) {
+    stream.rate_policy().onLeaving();
+    websocket::async_teardown(role, stream.socket(), std::forward<Handler>(handler));
+}
+
+template <class Handler>
+void async_teardown(beast::role_type role, Secure& stream, Handler&& handler) {
+    stream.next_layer().rate_policy().onLeaving();
+    beast::async_teardown(role, stream, std::forward<Handler>(handler));
+}
 
 template <class Stream>
 constexpr bool isSecure = std::is_same_v<Stream, Secure>;
@@ -72,10 +88,6 @@ struct Security<Secure> {
     }
     net::ssl::context context{net::ssl::context::tls_client};
 };
-
-websocket::stream_base::timeout closeWithin(steady_clock::duration time) {
-    return {time, websocket::stream_base::none(), false};
-}
 
 template <class Stream>
 class WebSocketChannel : public Channel, public std::enable_shared_from_this<WebSocketChannel<Stream>> {
@@ -96,8 +108,7 @@ public:
                     self->connect();
                 });
         // Last: once the timer holds the channel, it lives until it has told its listener of its end.
-        const auto left = m_options.deadline - steady_clock::now();
-        m_timer.start(left, bound([](auto& self) { self.finish("timed out"); }));
+        limitAttempt();
     }
 
     void send(std::string text) override {
@@ -122,14 +133,13 @@ public:
         watch();
     }
 
-    void close(int code, const std::string& reason, milliseconds atMost) override {
+    void close(int code, const std::string& reason) override {
         if (m_isClosing)
             return;
         if (!m_isOpen)
             return finish(reason);
         m_isClosing = true;
-        m_stream.set_option(closeWithin(atMost));
-        m_timer.start(atMost, bound([reason](auto& self) { self.finish(reason); }));
+        m_timer.start(goodbye, bound([reason](auto& self) { self.finish(reason); }));
         m_stream.async_close(websocket::close_reason(static_cast<websocket::close_code>(code)),
                              bound([reason](auto& self, const Error&) { self.finish(reason); }));
     }
@@ -163,6 +173,13 @@ private:
         };
     }
 
+    Duration timeLeft() const { return m_options.deadline - steady_clock::now(); }
+
+    void limitAttempt() {
+        m_timer.start(timeLeft(), bound([](auto& self) { self.finish("timed out"); }));
+    }
+
+    /// Tries the addresses one after the other, each with its share of the time.
     void connect() {
         if (m_nextAddress == m_addresses.size())
             return finish(m_failure);
@@ -181,7 +198,10 @@ private:
         std::copy_n(reinterpret_cast<const char*>(&address.storage), address.length,
                     reinterpret_cast<char*>(endpoint.data()));
         endpoint.resize(address.length);
+        if (const auto others = m_addresses.size() - m_nextAddress; others > 0)
+            m_timer.start(timeLeft() / (others + 1), bound([](auto& self) { self.lowest().cancel(); }));
         lowest().async_connect(endpoint, bound([](auto& self, const Error& failure) {
+                                   self.limitAttempt();
                                    if (!failure)
                                        return self.secure();
                                    self.m_failure = failure.message();
@@ -225,6 +245,7 @@ private:
     void upgrade() {
         m_stream.set_option(
             websocket::stream_base::timeout{websocket::stream_base::none(), websocket::stream_base::none(), false});
+        lowest().rate_policy().onLeaving = [this] { leave(); };
         m_stream.set_option(websocket::stream_base::decorator([this](websocket::request_type& request) {
             for (const auto& [name, value] : m_options.headers)
                 request.insert(name, value);
@@ -248,7 +269,6 @@ private:
             return finish("upgrade without the subprotocol");
         if (m_answer.count(field::sec_websocket_extensions) != 0)
             return finish("upgrade with an extension that was not offered");
-        m_stream.set_option(closeWithin(goodbye));
         m_timer.cancel();
         m_isOpen = true;
         if (const auto listener = m_listener.lock())
@@ -275,7 +295,7 @@ private:
         if (!listener)
             return finish("nobody listens");
         if (!m_stream.got_text())
-            return close(websocket::close_code::unknown_data, "binary message from the service", goodbye);
+            return close(websocket::close_code::unknown_data, "binary message from the service");
         const bool goOn = listener->channelMessage(m_text);
         m_buffer.consume(m_text.size());
         if (m_isOver || m_isClosing)
@@ -284,6 +304,17 @@ private:
             return read();
         m_clock->stop();
         m_timer.cancel();
+    }
+
+    /// The peer said its goodbye, or what cannot be read, and has been answered.
+    void leave() {
+        if (m_isOver || m_isClosing || m_isLeaving)
+            return;
+        m_isLeaving = true;
+        m_timer.start(goodbye, bound([](auto& self) {
+                          const bool saidGoodbye = self.m_stream.reason().code != websocket::close_code::none;
+                          self.finish(saidGoodbye ? self.describeEnd(websocket::error::closed) : "unreadable frame");
+                      }));
     }
 
     std::string describeEnd(const Error& failure) {
@@ -309,7 +340,7 @@ private:
 
     /// Sets the timer for whatever is due next.
     void watch() {
-        if (!m_isOpen || m_isOver || m_isClosing || !m_clock->isRunning())
+        if (!m_isOpen || m_isOver || m_isClosing || m_isLeaving || !m_clock->isRunning())
             return;
         std::optional<Duration> next = m_deadline;
         if (isWatching()) {
@@ -386,6 +417,7 @@ private:
     bool m_isPinging = false;
     bool m_isOpen = false;
     bool m_isClosing = false;
+    bool m_isLeaving = false; ///< the peer ends the connection
     bool m_isOver = false;
 };
 

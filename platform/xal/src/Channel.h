@@ -59,9 +59,9 @@ public:
     /// When, in reading time, channelDeadline() is to be called; replaces the one before.
     virtual void setDeadline(std::optional<Duration> readingTime) = 0;
 
-    /// Ends the connection, or the attempt, with what is said to the peer and to the listener. The peer gets `atMost`
+    /// Ends the connection, or the attempt, with what is said to the peer and to the listener. The peer gets a moment
     /// to say goodbye.
-    virtual void close(int code, const std::string& reason, std::chrono::milliseconds atMost) = 0;
+    virtual void close(int code, const std::string& reason) = 0;
     /// Ends it at once, without a word to the peer.
     virtual void abort(const std::string& reason) = 0;
 };

@@ -12,11 +12,11 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// What a peer gets for its goodbye when this side ends the connection.
-constexpr milliseconds goodbye(250);
 /// A name resolution cannot be broken off: beyond this, closing does not wait for the thread that is caught in one.
 constexpr milliseconds longestClose(2000);
 constexpr milliseconds longestEnd(1000);
+/// An attempt that waits for a loss to be told looks again after this: without memory nobody says that it is.
+constexpr milliseconds longestHold(1000);
 constexpr int normalClosure = 1000;
 
 constexpr int badRequest = 400;
@@ -114,7 +114,7 @@ void ServiceLink::prepare() {
         if (const auto self = weak.lock())
             self->onLoop([](ServiceLink& link) {
                 if (link.m_channel)
-                    link.m_channel->close(normalClosure, "manager removed", goodbye);
+                    link.m_channel->close(normalClosure, "manager removed");
             });
     });
     m_loop = EventLoop::start("xal:" + m_settings.address.service, [weak](const std::string& what) {
@@ -330,7 +330,7 @@ bool ServiceLink::channelMessage(const std::string& text) {
         return true;
     }
     if (outcome == SubscriptionTable::BROKEN) {
-        m_channel->close(Channel::outOfOrder, "the order of the messages is broken", goodbye);
+        m_channel->close(Channel::outOfOrder, "the order of the messages is broken");
         return false;
     }
     watchSubscriptions();
@@ -338,7 +338,7 @@ bool ServiceLink::channelMessage(const std::string& text) {
 }
 
 void ServiceLink::channelDeadline() {
-    m_channel->close(normalClosure, "a subscription was not answered", goodbye);
+    m_channel->close(normalClosure, "a subscription was not answered");
 }
 
 // May throw for want of memory, and is then called again by loopFailed(): what must not be done twice comes last.
@@ -391,7 +391,7 @@ void ServiceLink::shutDown() {
     m_isShutDown = true;
     m_retry->cancel();
     if (m_channel)
-        m_channel->close(normalClosure, "closed", goodbye);
+        m_channel->close(normalClosure, "closed");
 }
 
 void ServiceLink::awaitClose() {

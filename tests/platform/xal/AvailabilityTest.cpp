@@ -2,6 +2,8 @@
 #include "TestClient.h"
 
 #include <support/Event.h>
+#include <support/FullListener.h>
+#include <support/NamedAddresses.h>
 
 #include <gmock/gmock.h>
 
@@ -20,7 +22,6 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 milliseconds since(steady_clock::time_point begin) {
     return std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
@@ -96,6 +97,17 @@ TEST_F(Availability, GivesUpAnAttemptThatTakesTooLong) {
     EXPECT_TRUE(silent.readToEnd());
     peer.accept();
     EXPECT_TRUE(client.connection());
+}
+
+TEST_F(Availability, ASilentAddressCostsItsShareOfTheAttempt) {
+    const cdxtest::NamedAddresses name("several.test", {"127.0.0.2", "127.0.0.1"});
+    const cdxtest::FullListener silent("127.0.0.2", peer.listener().port());
+    client.config->baseUri = "http://several.test:" + std::to_string(peer.listener().port());
+    client.setting.requestTimeout.setValue(1000);
+    client.listen();
+    const auto channel = peer.accept();
+    ASSERT_TRUE(client.connection());
+    EXPECT_EQ(client.log->count("no connection"), 0u);
 }
 
 /// Answers to an upgrade that end the attempt.
@@ -385,43 +397,6 @@ TEST_F(RegistryMode, ClosesWhileTheRegistryIsSilent) {
     const auto begin = steady_clock::now();
     client.close();
     EXPECT_LT(since(begin), milliseconds(1000));
-}
-
-TEST_F(Availability, ClosesWhileConnecting) {
-    client.listen();
-    auto tcp = peer.acceptTcp();
-    const auto begin = steady_clock::now();
-    client.close();
-    EXPECT_LT(since(begin), milliseconds(1000));
-    EXPECT_TRUE(tcp.readToEnd());
-    EXPECT_THAT(client.told.lines(), IsEmpty());
-}
-
-TEST_F(Availability, ClosesWhileWaitingForTheNextAttempt) {
-    peer.listener().refuse();
-    client.listen();
-    ASSERT_NE(client.log->await("no connection"), "");
-    const auto begin = steady_clock::now();
-    client.close();
-    EXPECT_LT(since(begin), milliseconds(1000));
-}
-
-TEST_F(Availability, ClosesThoughThePeerSaysNoGoodbye) {
-    client.listen();
-    auto channel = peer.accept();
-    ASSERT_TRUE(client.connection());
-    const auto begin = steady_clock::now();
-    client.close();
-    EXPECT_LT(since(begin), milliseconds(1000));
-}
-
-TEST_F(Availability, DoesNothingOnceItIsClosed) {
-    client.makeRegistry();
-    client.close();
-    client.listen();
-    EXPECT_FALSE(peer.listener().accept(milliseconds(150)));
-    client.close();
-    EXPECT_THAT(client.told.lines(), IsEmpty());
 }
 
 } // namespace
