@@ -259,6 +259,7 @@ std::string ServiceLink::findBaseUri(Clock::time_point deadline) {
 }
 
 void ServiceLink::attempt() {
+    m_isHeld = false;
     m_since = Clock::now();
     try {
         Channel::Options options;
@@ -280,7 +281,31 @@ void ServiceLink::retryLater(const std::string& happened) {
     if (m_logger->isDebug())
         m_logger->debug(happened + "; next attempt in " +
                         std::to_string(std::chrono::duration_cast<milliseconds>(delay).count()) + " ms");
-    m_retry->start(delay, [this] { attempt(); });
+    m_retry->start(delay, [this] { retry(); });
+}
+
+void ServiceLink::retry() {
+    m_isHeld = !m_untoldLoss.expired();
+    if (!m_isHeld)
+        return attempt();
+    m_retry->start(longestHold, [this] { retry(); });
+}
+
+/// What its keepers let go of once the loss is being told, or never will be.
+std::shared_ptr<void> ServiceLink::untilTold() {
+    return {nullptr, [weak = weak_from_this()](void*) {
+                try {
+                    if (const auto self = weak.lock())
+                        self->onLoop([](ServiceLink& link) {
+                            if (!link.m_isHeld)
+                                return;
+                            link.m_retry->cancel();
+                            link.attempt();
+                        });
+                } catch (...) {
+                    // Without memory: the attempt looks for itself.
+                }
+            }};
 }
 
 void ServiceLink::channelOpen() {
@@ -348,8 +373,11 @@ void ServiceLink::channelClosed(const std::string& reason) {
         (m_isConnected ? "lost " : "no connection to ") + place() + " after " + took(m_since) + ": " + reason;
     if (m_isConnected) {
         m_table.disconnected();
+        auto untold = untilTold();
+        m_untoldLoss = untold;
         for (const auto& listener : m_listeners) {
-            m_inbox->push("disconnected", [listener] {
+            m_inbox->push("disconnected", [listener, untold]() mutable {
+                untold.reset();
                 if (listener->disconnected)
                     listener->disconnected();
             });

@@ -27,6 +27,9 @@ namespace xal {
 ///                            |    v                              v
 ///                            +-- waiting (Backoff) <-------------+
 ///
+/// Waiting lasts until the loss before is being told: a handler that is held up, however long and however often the
+/// service goes meanwhile, leaves one connected and one disconnected call for each listener behind it, not more.
+///
 /// Threads. The state above, the channel and the subscription table belong to the event loop's thread, which the link
 /// owns; nothing of an application runs there. What applications are told goes through the inbox to the task executor,
 /// in the order in which it happened: connected, notifications, disconnected. Requests go to the HTTP executor and do
@@ -83,6 +86,8 @@ private:
     void attempt();
     std::string findBaseUri(Clock::time_point deadline);
     void retryLater(const std::string& happened);
+    void retry();
+    std::shared_ptr<void> untilTold();
     void tellConnected(const std::shared_ptr<Listener>& listener);
     void afterConnected();
     void watchSubscriptions();
@@ -111,7 +116,9 @@ private:
     std::shared_ptr<Channel> m_channel; ///< of the attempt or the connection; none while waiting
     std::optional<EventLoop::Timer> m_retry;
     Backoff m_backoff;
-    Clock::time_point m_since; ///< the attempt's begin, then the connection's
+    std::weak_ptr<void> m_untoldLoss; ///< kept by the disconnected calls that have not begun
+    bool m_isHeld = false;            ///< the attempt that is due waits for them
+    Clock::time_point m_since;        ///< the attempt's begin, then the connection's
     bool m_isConnected = false;
     bool m_isShutDown = false;
     unsigned m_connections = 0; ///< counts them, so that what is late is known to be so

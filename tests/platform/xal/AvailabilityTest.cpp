@@ -303,6 +303,46 @@ TEST_F(SlowHandler, IsNoLossOfTheConnection) {
     EXPECT_EQ(client.told.count("disconnected"), 0u);
 }
 
+TEST_F(Availability, TriesNotAgainBeforeTheLossIsToldHoweverOftenTheServiceRestarts) {
+    cdxtest::Event isBlocked, goOn;
+    client.onConnected = [&](const auto&) {
+        isBlocked.set();
+        goOn.await(patience);
+    };
+    client.listen();
+    peer.accept().tcp().reset();
+    ASSERT_TRUE(isBlocked.await());
+    ASSERT_NE(client.log->await("lost"), "");
+    int attempts = 0;
+    for (int restart = 0; restart < 50; ++restart) {
+        attempts += peer.listener().accept(milliseconds(10)) ? 1 : 0;
+        peer.listener().refuse();
+        peer.listener().listen();
+    }
+    EXPECT_EQ(attempts, 0);
+    goOn.set();
+    const auto channel = peer.accept();
+    ASSERT_TRUE(client.connection(2));
+    EXPECT_THAT(client.told.lines(), ElementsAre("connected", "disconnected", "connected"));
+}
+
+TEST_F(Availability, ANewListenerLeadsToAnAttemptThoughTheLossIsNotToldYet) {
+    cdxtest::Event isBlocked, goOn;
+    client.onConnected = [&](const auto&) {
+        isBlocked.set();
+        goOn.await(patience);
+    };
+    client.listen();
+    peer.accept().tcp().reset();
+    ASSERT_TRUE(isBlocked.await());
+    ASSERT_NE(client.log->await("lost"), "");
+    client.listen();
+    const auto channel = peer.accept();
+    goOn.set();
+    ASSERT_TRUE(client.connection(3));
+    EXPECT_THAT(client.told.lines(), ElementsAre("connected", "disconnected", "connected", "connected"));
+}
+
 TEST_F(Availability, EndsAConnectionThatDoesNotAnswerASubscription) {
     client.setting.subscribeTimeout.setValue(100);
     client.listen();
