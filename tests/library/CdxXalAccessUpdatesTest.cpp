@@ -5,6 +5,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using zepclient::CdxXalAccess;
 using Write = void (CdxXalAccess::*)(oru::Json::Value);
@@ -224,6 +225,21 @@ TEST_P(LoggedKeyTest, AnUpdateWithoutItIsSentBelowTheLevel) {
     ((*access).*GetParam().update)(documentWithoutKey());
 
     EXPECT_EQ(1U, connection->unansweredCount());
+}
+
+TEST_F(CdxXalAccessUpdatesTest, ADocumentsCommentsAreNotInTheLog) {
+    connect();
+    log.setLevel(7);
+    const auto document = cdxtest::documentOf("// first\n" + std::string(masterControl) + "/* last */");
+    ASSERT_THAT(document.toStyledString(), testing::AllOf(HasSubstr("first"), HasSubstr("last")));
+
+    access->UpdateConfigElement(document);
+    access->UpdateMasterControlElement(document);
+
+    const std::string text = R"({"backendChannelControl":4,"dataDeliveryResult":2,"eventTicket":"e","name":"A"})";
+    EXPECT_THAT(log.outlines(),
+                testing::IsSupersetOf({"7 CdxXalAccess::UpdateConfigElement: Updating config value = " + text,
+                                       "5 CdxXalAccess::UpdateMasterControlElement Updating value = " + text}));
 }
 
 TEST_F(CdxXalAccessUpdatesTest, AMasterControlUpdateWithoutANameSendsNone) {

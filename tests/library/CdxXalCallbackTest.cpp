@@ -330,10 +330,67 @@ TEST_F(CdxXalCallbackTest, ASlotMayEmptyItselfWhileItRuns) {
     EXPECT_TRUE(observer.expired());
 }
 
-TEST_F(CdxXalCallbackTest, WhatASlotThrowsPassesToTheCaller) {
-    callback.clientDisconnectCallback = [](std::string) { throw std::domain_error("from the slot"); };
+/// A slot, and an operation that calls it.
+struct SlotCase {
+    std::string name;
+    std::function<void(CdxXalCallback&)> letThrow;
+    std::function<void(CdxXalCallback&)> call;
+};
 
-    EXPECT_THROW(callback.CDXClientDisconnected("A"), std::domain_error);
+std::ostream& operator<<(std::ostream& stream, const SlotCase& slot) {
+    return stream << slot.name;
+}
+
+template <class Slot>
+SlotCase slotCase(const char* name, Slot CdxXalCallback::*slot, std::function<void(CdxXalCallback&)> call) {
+    const auto letThrow = [slot](CdxXalCallback& callback) {
+        callback.*slot = [](auto&&...) { throw std::domain_error("from the slot"); };
+    };
+    return {name, letThrow, std::move(call)};
+}
+
+const oru::Json::Value empty(oru::Json::objectValue);
+
+const SlotCase slotCases[] = {
+    slotCase("ClientState", &CdxXalCallback::clientStateCallback,
+             [](CdxXalCallback& c) { c.CdxClientStateObjectNotification({stateNamed("a")}); }),
+    slotCase("ClientStateUpdate", &CdxXalCallback::clientStateCallback,
+             [](CdxXalCallback& c) { c.CdxClientStateUpdateNotification(stateNamed("a")); }),
+    slotCase("MasterControlCreate", &CdxXalCallback::masterCtlCreateCallback,
+             [](CdxXalCallback& c) { c.CdxMasterControlElementCreateStatus(true, empty); }),
+    slotCase("MasterControlUpdate", &CdxXalCallback::masterCtlUpdateCallback,
+             [](CdxXalCallback& c) { c.CdxMasterCtlUpdateStatus(true, "A"); }),
+    slotCase("DataSubscription", &CdxXalCallback::dataSubscriptionCallback,
+             [](CdxXalCallback& c) { c.CdxDataObjectNotification({element<CdxDataObject>("{}")}); }),
+    slotCase("DataUpdate", &CdxXalCallback::dataUpdateCallback,
+             [](CdxXalCallback& c) {
+                 c.CdxDataUpdateNotification(sharedElement<CdxDataObject>(R"({"cdxClientDataReport":["a"]})"));
+             }),
+    slotCase("ConfigCreate", &CdxXalCallback::configCreateCallback,
+             [](CdxXalCallback& c) { c.CdxConfigCreateStatus(true, empty); }),
+    slotCase("ConfigUpdate", &CdxXalCallback::configUpdateCallback,
+             [](CdxXalCallback& c) { c.CdxConfigUpdateStatus(true, "A"); }),
+    slotCase("TriggerCreate", &CdxXalCallback::triggerCreateCallback,
+             [](CdxXalCallback& c) { c.CdxTriggerCreateStatus(true, empty); }),
+    slotCase("TriggerUpdate", &CdxXalCallback::triggerUpdateCallback,
+             [](CdxXalCallback& c) { c.CdxTriggerUpdateStatus(true, "A"); }),
+    slotCase("ClientDisconnect", &CdxXalCallback::clientDisconnectCallback,
+             [](CdxXalCallback& c) { c.CDXClientDisconnected("A"); }),
+};
+
+class CdxXalCallbackSlotTest : public testing::TestWithParam<SlotCase> {
+protected:
+    cdxtest::LogCapture log;
+    CdxXalCallback callback;
+};
+
+INSTANTIATE_TEST_SUITE_P(All, CdxXalCallbackSlotTest, testing::ValuesIn(slotCases),
+                         [](const auto& slot) { return slot.param.name; });
+
+TEST_P(CdxXalCallbackSlotTest, WhatItThrowsPassesToTheCaller) {
+    GetParam().letThrow(callback);
+
+    EXPECT_THROW(GetParam().call(callback), std::domain_error);
 }
 
 TEST(CdxXalCallbackLayoutTest, SlotsAreInTheirOrder) {

@@ -324,8 +324,12 @@ TEST_F(CdxXalInterfaceImplTest, WithoutAnAccessObjectSubscriptionsReturnFalse) {
 
 TEST_F(CdxXalInterfaceImplTest, WithoutAnAccessObjectTheEndReleasesTheBaseClient) {
     makeFacadeWithoutAccess();
+    const auto base = (*facade).*reveal(cdxtest::FacadeBaseClient());
+    const auto holders = base.use_count();
 
-    EXPECT_NO_THROW(facade.reset());
+    facade.reset();
+
+    EXPECT_EQ(holders - 1, base.use_count());
 }
 
 // Layout
