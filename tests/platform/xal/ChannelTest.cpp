@@ -1,71 +1,17 @@
-#include "ScriptedService.h"
-#include "TestClient.h"
+#include "ChannelFixture.h"
 
 #include <support/Event.h>
 
 #include <gmock/gmock.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-
 namespace {
 
 using namespace xaltest;
-using cdxtest::Frame;
 using cdxtest::Opcode;
-using cdxtest::WebSocketPeer;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using Items = std::vector<std::shared_ptr<const Item>>;
 namespace json = boost::json;
-
-class Channel : public testing::Test {
-protected:
-    /// Subscribes to a resource; its notifications go to `notified`.
-    std::shared_ptr<xal::Subscription> subscribe(ItemService& from,
-                                                 const ItemDescriptor& descriptor = ItemDescriptor()) {
-        return from.subscribeResource<Item>(
-            descriptor, [this](const Items& items, const std::shared_ptr<const xal::SubscriptionResponse>& response) {
-                notified.add(describe(items, response->getStatusCode()));
-            });
-    }
-    std::shared_ptr<xal::Subscription> watch(ItemService& from, const ItemDescriptor& descriptor) {
-        return from.subscribeElement<Item>(
-            descriptor, [this](const std::shared_ptr<const Item>& item) { notified.add(item ? item->name() : "-"); });
-    }
-    WebSocketPeer connect() {
-        client.listen();
-        auto channel = peer.accept();
-        connection = client.connection();
-        return channel;
-    }
-    /// A connection with one resource subscription that has the element "a" at revision 1.
-    WebSocketPeer connectAndSubscribe() {
-        auto channel = connect();
-        subscription = subscribe(*connection);
-        readMessage(channel);
-        channel.text(subscribed(1));
-        channel.text(changed(1, 0, 1, "a"));
-        channel.text(current(1, 1, 1));
-        EXPECT_EQ(notified.await("a"), "a");
-        return channel;
-    }
-    /// The next channel, with its subscription asked for from revision 1 and resumed.
-    WebSocketPeer resume() {
-        auto channel = peer.accept();
-        EXPECT_EQ(readMessage(channel).at("since").at("rev").as_int64(), 1);
-        channel.text(subscribed(1, true));
-        return channel;
-    }
-
-    Journal notified;
-    ScriptedService peer;
-    TestClient client{peer.uri()};
-    std::shared_ptr<ItemService> connection;
-    std::shared_ptr<xal::Subscription> subscription;
-};
 
 TEST_F(Channel, AsksForTheServicesOwnAddressWithTheSubprotocolAndNoExtension) {
     const auto channel = connect();
@@ -183,142 +129,6 @@ TEST_F(Channel, StartsAnewWhenAForgottenRemovalOvertakesIt) {
     EXPECT_EQ(notified.await("b"), "b");
 }
 
-/// What ends the connection with 4000, so that the next one goes on from revision 1.
-class BrokenOrder : public Channel, public testing::WithParamInterface<std::string> {};
-
-TEST_P(BrokenOrder, EndsTheConnectionAndTheNextOneGoesOn) {
-    {
-        auto channel = connectAndSubscribe();
-        channel.text(GetParam());
-        EXPECT_EQ(channel.readClose(), 4000u);
-    }
-    auto channel = resume();
-    channel.text(changed(1, 1, 2, "b"));
-    EXPECT_EQ(notified.await("b"), "b a");
-}
-
-INSTANTIATE_TEST_SUITE_P(OfMessages, BrokenOrder,
-                         testing::Values(changed(1, 2, 3, "x"), // a gap
-                                         changed(1, 0, 1, "x"), // repeated
-                                         changed(1, 1, 1, "x"), // not rising
-                                         removed(1, 0, 2, "a"), // an older one
-                                         current(1, 2, 3)));
-
-TEST_F(Channel, TakesAnEventBeforeTheAnswerForABreak) {
-    auto channel = connect();
-    const auto held = subscribe(*connection);
-    readMessage(channel);
-    channel.text(changed(1, 0, 1, "a"));
-    EXPECT_EQ(channel.readClose(), 4000u);
-    EXPECT_THAT(notified.lines(), IsEmpty());
-}
-
-TEST_F(Channel, TakesAResumptionThatItDidNotAskForForABreak) {
-    auto channel = connect();
-    const auto held = subscribe(*connection);
-    readMessage(channel);
-    channel.text(subscribed(1, true));
-    EXPECT_EQ(channel.readClose(), 4000u);
-}
-
-/// What is logged and dropped, and changes nothing.
-class BadMessage : public Channel, public testing::WithParamInterface<std::string> {};
-
-TEST_P(BadMessage, IsLoggedAndDropped) {
-    auto channel = connectAndSubscribe();
-    channel.text(GetParam());
-    EXPECT_NE(client.log->await("dropped"), "");
-    channel.text(changed(1, 1, 2, "b"));
-    EXPECT_EQ(notified.await("b"), "b a");
-    EXPECT_THAT(client.told.lines(), ElementsAre("connected"));
-}
-
-INSTANTIATE_TEST_SUITE_P(FromTheService, BadMessage,
-                         testing::Values("", "x", "[]", "5", "null", "{}", R"({"op":"event"})", R"({"op":5,"sub":1})",
-                                         R"({"op":"dance","sub":1})",
-                                         R"({"op":"event","sub":"1","prev":1,"rev":2,"removed":"a"})",
-                                         R"({"op":"event","sub":1,"prev":"1","rev":2,"removed":"a"})",
-                                         R"({"op":"event","sub":1,"prev":1,"rev":2.0,"removed":"a"})",
-                                         R"({"op":"event","sub":1,"prev":1,"rev":-2,"removed":"a"})",
-                                         R"({"op":"event","sub":1,"prev":1,"rev":9007199254740993,"removed":"a"})",
-                                         R"({"op":"subscribed","sub":1,"epoch":5,"resumed":false})",
-                                         R"({"op":"subscribed","sub":1,"epoch":"x","resumed":1})",
-                                         R"({"op":"current","sub":1,"prev":1})", R"({"op":"error","sub":1})",
-                                         std::string(100'000, '[')));
-
-/// Events that cannot be used but are in order: they move the position.
-class UnusableEvent : public Channel, public testing::WithParamInterface<std::string> {};
-
-TEST_P(UnusableEvent, MovesThePosition) {
-    auto channel = connectAndSubscribe();
-    channel.text(R"({"op":"event","sub":1,"prev":1,"rev":2)" + GetParam() + "}");
-    channel.text(changed(1, 2, 3, "b"));
-    EXPECT_EQ(notified.await("b"), "b a");
-    EXPECT_NE(client.log->await("dropped"), "");
-}
-
-INSTANTIATE_TEST_SUITE_P(FromTheService, UnusableEvent,
-                         testing::Values("", R"(,"element":5)", R"(,"element":null)", R"(,"element":{})",
-                                         R"(,"element":{"id":5})", R"(,"element":{"id":""})", R"(,"removed":5)",
-                                         R"(,"removed":"a","element":{"id":"a"})"));
-
-struct BadFrame {
-    const char* name;
-    Frame frame;
-    unsigned code;
-};
-
-class WrongFrame : public Channel, public testing::WithParamInterface<BadFrame> {};
-
-TEST_P(WrongFrame, EndsTheConnectionWithTheRightCodeAndTheNextOneGoesOn) {
-    {
-        auto channel = connectAndSubscribe();
-        channel.send(GetParam().frame);
-        EXPECT_EQ(channel.readClose(), GetParam().code);
-    }
-    auto channel = resume();
-    channel.text(changed(1, 1, 2, "b"));
-    EXPECT_EQ(notified.await("b"), "b a");
-}
-
-Frame masked() {
-    Frame frame{Opcode::text, "{}"};
-    frame.masked = true;
-    return frame;
-}
-Frame claiming(std::uint64_t length) {
-    Frame frame{Opcode::text, "{"};
-    frame.claimedLength = length;
-    return frame;
-}
-
-INSTANTIATE_TEST_SUITE_P(FromTheService, WrongFrame,
-                         testing::Values(BadFrame{"Binary", {Opcode::binary, "x"}, 1003},
-                                         BadFrame{"InvalidUtf8", {Opcode::text, "\xff"}, 1007},
-                                         BadFrame{"ReservedBits", {Opcode::text, "{}", true, 4}, 1002},
-                                         BadFrame{"ReservedOpcode", {3, "x"}, 1002},
-                                         BadFrame{"LongPing", {Opcode::ping, std::string(126, 'x')}, 1002},
-                                         BadFrame{"FragmentedPing", {Opcode::ping, "x", false}, 1002},
-                                         BadFrame{"StrayContinuation", {Opcode::continuation, "x"}, 1002},
-                                         BadFrame{"Masked", masked(), 1002},
-                                         BadFrame{"TooLarge", claiming(64 * 1024 * 1024), 1009}),
-                         [](const auto& wrong) { return wrong.param.name; });
-
-TEST_F(Channel, TakesMessagesOfTwoMebibytes) {
-    auto channel = connectAndSubscribe();
-    const std::string frame = changed(1, 1, 2, "b", "");
-    channel.text(changed(1, 1, 2, "b", std::string(2 * 1024 * 1024 - frame.size(), 'x')));
-    EXPECT_EQ(notified.await("b"), "b a");
-}
-
-TEST_F(Channel, TakesMessagesInSingleBytes) {
-    auto channel = connectAndSubscribe();
-    const std::string message = changed(1, 1, 2, "b");
-    for (std::size_t i = 0; i < message.size(); ++i)
-        channel.send({i == 0 ? Opcode::text : Opcode::continuation, message.substr(i, 1), i + 1 == message.size()}, 1);
-    EXPECT_EQ(notified.await("b"), "b a");
-}
-
 TEST_F(Channel, AnswersPings) {
     auto channel = connectAndSubscribe();
     channel.ping("here");
@@ -355,6 +165,26 @@ TEST_F(Channel, DoesNotRenewWhatWasReleasedWhileTheServiceWasAway) {
     ASSERT_TRUE(client.connection(2));
     const auto other = subscribe(*connection, ItemDescriptor("cdxData"));
     EXPECT_EQ(readMessage(channel).at("resource").as_string(), "cdxData");
+}
+
+TEST_F(Channel, ResumesAnElementSubscriptionToo) {
+    std::shared_ptr<xal::Subscription> held;
+    {
+        auto channel = connect();
+        held = watch(*connection, ItemDescriptor::withId("e"));
+        readMessage(channel);
+        channel.text(subscribed(1));
+        channel.text(changed(1, 0, 4, "e", "old"));
+        channel.text(current(1, 4, 4));
+        ASSERT_EQ(notified.await("old"), "old");
+    }
+    auto channel = peer.accept();
+    const auto message = readMessage(channel);
+    EXPECT_EQ(message.at("id").as_string(), "e");
+    EXPECT_EQ(message.at("since").at("rev").as_int64(), 4);
+    channel.text(subscribed(1, true));
+    channel.text(removed(1, 4, 5, "e"));
+    EXPECT_EQ(notified.await("-"), "-");
 }
 
 TEST_F(Channel, BeginsWhatWasMadeWhileTheServiceWasAwayWithItsReturn) {
@@ -497,8 +327,17 @@ TEST_F(Channel, TheElementRegistryEndsAllSubscriptions) {
     xal::ElementRegistry elements(client.registry, nullptr);
     elements.unsubscribeFromAll();
     EXPECT_EQ(readMessage(channel), (json::object{{"op", "unsubscribe"}, {"sub", 1}}));
-    const auto other = subscribe(*connection);
+    const auto other = subscribe(*connection, ItemDescriptor("cdxData"));
     EXPECT_EQ(readMessage(channel).at("sub").as_int64(), 2);
+    channel.tcp().reset();
+    auto next = peer.accept();
+    EXPECT_EQ(readMessage(next).at("resource").as_string(), "cdxData");
+}
+
+TEST_F(Channel, WritesToTheRegistrysLoggerWhereThatHasNoneForTheService) {
+    client.hasSubFacilityLoggers = false;
+    const auto channel = connect();
+    EXPECT_THAT(client.log->await("connected to"), HasSubstr(" XalServiceRegistry: "));
 }
 
 TEST_F(Channel, WritesOneLineForAConnectionASubscriptionAndALoss) {

@@ -336,6 +336,32 @@ TEST_F(HttpRequests, CarryTheCauseOfASendingThatThrew) {
     EXPECT_TRUE(hasCause.await());
 }
 
+/// Takes no task.
+class RefusingExecutor : public xalutil::ITaskExecutor {
+public:
+    void execute(std::function<void()>) override { throw std::runtime_error("no more tasks"); }
+    void stop() override {}
+};
+
+TEST_F(HttpRequests, CarryTheCauseWhereTheExecutorTakesNoTask) {
+    client.makeRegistry();
+    client.registry =
+        std::make_shared<xal::XalServiceRegistry>(client.websockets, client.config, nullptr, nullptr, client.task,
+                                                  std::make_shared<RefusingExecutor>(), client.settings, nullptr);
+    connect();
+    service->updateElement<Item>(ItemDescriptor::withId("a"), done, [this](const Response& response) {
+        failed(response);
+        try {
+            if (const auto* const nested = dynamic_cast<const std::nested_exception*>(response.get()))
+                nested->rethrow_nested();
+        } catch (const std::exception& cause) {
+            results.add(cause.what());
+        }
+    });
+    EXPECT_NE(results.await("no more tasks"), "");
+    EXPECT_THAT(results.lines(), ElementsAre("failed 0 update element failed", "no more tasks"));
+}
+
 TEST_F(HttpRequests, DoNotDependOnTheChannel) {
     connect();
     channel->tcp().reset();

@@ -5,8 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <fstream>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -119,18 +121,6 @@ TEST_F(Lifetime, NoQueuedNotificationIsToldAfterTheDrop) {
     EXPECT_EQ(notified.size(), 1u);
 }
 
-TEST_F(Lifetime, AHandlerMayUnsubscribeItself) {
-    subscribe([this] {
-        notified.add("told");
-        subscription->unsubscribe();
-        subscription->unsubscribe();
-    });
-    notify();
-    notify();
-    settle();
-    EXPECT_EQ(notified.size(), 1u);
-}
-
 TEST_F(Lifetime, AHandlerLivesUntilItReturned) {
     const auto alive = std::make_shared<int>(7);
     subscribe([this, alive] {
@@ -194,41 +184,7 @@ TEST_F(Lifetime, NothingIsToldAfterClose) {
     EXPECT_THAT(client.told.lines(), ElementsAre("connected"));
 }
 
-TEST_F(Lifetime, CloseMayBeCalledFromANotification) {
-    subscribe([this] {
-        client.close();
-        notified.add("closed");
-    });
-    notify();
-    notify();
-    EXPECT_NE(notified.await("closed"), "");
-    client.onTaskExecutor([] {});
-    EXPECT_EQ(notified.size(), 1u);
-}
-
-TEST_F(Lifetime, CloseMayBeCalledFromAConnectedCall) {
-    Event closed;
-    client.onConnected = [&](const auto&) {
-        client.close();
-        closed.set();
-    };
-    client.listen();
-    channel.emplace(peer.accept());
-    EXPECT_TRUE(closed.await());
-}
-
-TEST_F(Lifetime, CloseMayBeCalledFromADisconnectedCall) {
-    Event closed;
-    client.onDisconnected = [&] {
-        client.close();
-        closed.set();
-    };
-    connect();
-    channel->tcp().reset();
-    EXPECT_TRUE(closed.await());
-}
-
-TEST_F(Lifetime, CloseMayBeCalledFromAResultHandler) {
+TEST_F(Lifetime, CloseInAResultHandlerRunsTheOtherResults) {
     connect();
     Event closed;
     int failures = 0;
@@ -245,14 +201,101 @@ TEST_F(Lifetime, CloseMayBeCalledFromAResultHandler) {
     EXPECT_EQ(failures, 2);
 }
 
-TEST_F(Lifetime, TheRegistryMayGoInsideANotification) {
+TEST_F(Lifetime, NoRefusalIsToldAfterAllWereUnsubscribed) {
+    connect();
+    Event isRunning, goOn;
+    client.task->execute([&] {
+        isRunning.set();
+        goOn.await();
+    });
+    ASSERT_TRUE(isRunning.await());
+    ItemDescriptor narrowed;
+    narrowed.addFilter("name", "x");
+    const auto refusedAtOnce =
+        service->subscribeResource<Item>(narrowed, [this](const Items&, const auto&) { notified.add("refused"); });
+    xal::ElementRegistry(client.registry, nullptr).unsubscribeFromAll();
+    goOn.set();
+    client.onTaskExecutor([] {});
+    EXPECT_EQ(notified.size(), 0u);
+}
+
+/// What a program may do, and the handlers in which it may.
+class InsideAHandler : public Lifetime, public testing::WithParamInterface<std::tuple<const char*, const char*>> {
+protected:
+    /// A service that nobody has configured.
+    struct UnknownService : ItemService {
+        using ItemService::ItemService;
+        static std::string getServiceName() { return "Unknown"; }
+    };
+
+    /// Does it once, in the first handler of the kind after this was asked for.
+    void actIn(const std::string& kind) {
+        if (kind != std::get<0>(GetParam()) || !m_isAsked.exchange(false))
+            return;
+        const std::string action = std::get<1>(GetParam());
+        if (action == "Close")
+            client.close();
+        else if (action == "DropRegistry")
+            client.registry.reset();
+        else if (action == "Unsubscribe")
+            subscription->unsubscribe();
+        else if (action == "DropSubscription")
+            subscription.reset();
+        else
+            xal::ElementRegistry(client.registry, nullptr).unsubscribeFromAll();
+        m_done.set();
+    }
+    /// Lets a handler of the kind run.
+    void cause() {
+        m_isAsked = true;
+        const std::string kind = std::get<0>(GetParam());
+        if (kind == "Notification") {
+            notify();
+        } else if (kind == "Result") {
+            service->updateElement<Item>(ItemDescriptor(), nullptr, [this](const Response&) { actIn("Result"); });
+        } else if (kind == "Error") {
+            client.config->known = false;
+            xal::ServiceListener<UnknownService> listener;
+            listener.error = [this](const std::exception&) { actIn("Error"); };
+            client.registry->registerServiceListener(listener);
+        } else {
+            channel->tcp().reset();
+            if (kind == "Connected")
+                channel.emplace(peer.accept());
+        }
+    }
+    bool isDone() { return m_done.await(); }
+
+private:
+    std::atomic<bool> m_isAsked{false};
+    Event m_done;
+};
+
+TEST_P(InsideAHandler, NothingBlocksAndNothingIsToldAfterwards) {
+    client.onConnected = [this](const auto&) { actIn("Connected"); };
+    client.onDisconnected = [this] { actIn("Disconnected"); };
     subscribe([this] {
-        client.registry.reset();
-        notified.add("gone");
+        notified.add("told");
+        actIn("Notification");
     });
     notify();
-    EXPECT_NE(notified.await("gone"), "");
+    ASSERT_NE(notified.await("told"), "");
+    cause();
+    ASSERT_TRUE(isDone());
+    client.onTaskExecutor([] {});
+    const auto before = notified.size();
+    notify();
+    channel->tcp().endSending(); // what was sent is read before the loss is noticed
+    channel->tcp().readToEnd();
+    client.onTaskExecutor([] {});
+    EXPECT_EQ(notified.size(), before);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, InsideAHandler,
+    testing::Combine(testing::Values("Notification", "Result", "Error", "Connected", "Disconnected"),
+                     testing::Values("Close", "DropRegistry", "Unsubscribe", "DropSubscription", "UnsubscribeFromAll")),
+    [](const auto& tested) { return std::get<0>(tested.param) + std::string(std::get<1>(tested.param)); });
 
 TEST_F(Lifetime, SeveralThreadsMayCloseAtOnce) {
     Event isRunning;

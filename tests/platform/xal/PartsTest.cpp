@@ -1,5 +1,8 @@
 #include "RecordingConnection.h"
 
+#include <support/PrivateMember.h>
+#include <xal/Transport.h>
+
 #include <gmock/gmock.h>
 
 #include <Backoff.h>
@@ -8,6 +11,10 @@
 #include <ReadingClock.h>
 #include <RequestHeaders.h>
 #include <Uri.h>
+#include <WebsocketManagers.h>
+
+using Managers = std::multimap<std::string, std::weak_ptr<xal::WebsocketManagers::Manager>>;
+CDX_REVEAL(ManagersByService, xal::WebsocketManagers, m_managers, Managers);
 
 namespace {
 
@@ -45,6 +52,20 @@ TEST(Backoff, CountsAnewOnlyAfterAConnectionThatLasted) {
     EXPECT_EQ(backoff.next(), milliseconds(400));
     backoff.noteConnection(seconds(5));
     EXPECT_EQ(backoff.next(), milliseconds(100));
+}
+
+TEST(WebsocketManagers, DoNotGrowWithAttemptsAndConnections) {
+    const xal::DefaultWebsocketManagerFactory factory;
+    xal::WebsocketManagers& managers = *factory.getManagers();
+    int ended = 0;
+    const auto manager = std::make_shared<xal::WebsocketManagers::Manager>([&ended] { ++ended; });
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        managers.add("service", manager);
+        managers.add("service", std::make_shared<xal::WebsocketManagers::Manager>([] {})); // of a link that has gone
+    }
+    EXPECT_LE((managers.*reveal(cdxtest::ManagersByService())).size(), 2u);
+    managers.remove("service");
+    EXPECT_EQ(ended, 1);
 }
 
 TEST(Uri, TakesWhatAServiceCanBeReachedBy) {

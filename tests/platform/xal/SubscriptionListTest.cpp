@@ -119,6 +119,24 @@ TEST_F(ResourceSubscription, ComparesElementsByTheirMembersNotTheirOrder) {
     EXPECT_THAT(told, ElementsAre("a"));
 }
 
+TEST_F(ResourceSubscription, ComparesElementsAfterARestartHoweverDeeplyTheyAreNested) {
+    // As deep as a text may be read.
+    const auto nested = [](const std::string& core) {
+        constexpr int depth = 126;
+        std::string text = core;
+        for (int i = 0; i < depth; ++i)
+            text = i % 2 == 0 ? "[" + text + "]" : R"({"x":)" + text + "}";
+        return R"({"id":"a","x":)" + text + "}";
+    };
+    connection->changed(nested("1"));
+    connection->tell(Event::RESTARTED);
+    connection->changed(nested("1"));
+    EXPECT_THAT(told, ElementsAre("a"));
+    connection->tell(Event::RESTARTED);
+    connection->changed(nested("2"));
+    EXPECT_THAT(told, ElementsAre("a", "a"));
+}
+
 TEST_F(ResourceSubscription, KeepsOldElementsUntilCurrentAfterARestart) {
     connection->changedId("a");
     connection->changedId("b");

@@ -8,8 +8,8 @@ namespace {
 
 class JournalLogger : public xalutil::ILogger {
 public:
-    JournalLogger(std::shared_ptr<Journal> journal, std::string facility)
-        : m_journal(std::move(journal)), m_facility(std::move(facility)) {}
+    JournalLogger(std::shared_ptr<Journal> journal, std::string facility, bool hasSubFacilities)
+        : m_journal(std::move(journal)), m_facility(std::move(facility)), m_hasSubFacilities(hasSubFacilities) {}
     void trace(const std::string& text) override { write("trace", text); }
     void debug(const std::string& text) override { write("debug", text); }
     void info(const std::string& text) override { write("info", text); }
@@ -23,7 +23,8 @@ public:
     bool isError() const override { return true; }
     bool isSystem() const override { return true; }
     std::shared_ptr<ILogger> getSubFacilityLogger(const std::string& subFacility) const override {
-        return std::make_shared<JournalLogger>(m_journal, m_facility + "." + subFacility);
+        return m_hasSubFacilities ? std::make_shared<JournalLogger>(m_journal, m_facility + "." + subFacility, true)
+                                  : nullptr;
     }
 
 private:
@@ -33,6 +34,7 @@ private:
 
     std::shared_ptr<Journal> m_journal;
     std::string m_facility;
+    bool m_hasSubFacilities;
 };
 
 } // namespace
@@ -73,7 +75,7 @@ std::size_t Journal::count(const std::string& part) const {
 }
 
 std::unique_ptr<xalutil::ILogger> JournalLoggerFactory::createLogger(const std::string& facility) {
-    return std::make_unique<JournalLogger>(m_journal, facility);
+    return std::make_unique<JournalLogger>(m_journal, facility, m_hasSubFacilities);
 }
 
 TestClient::TestClient(const std::string& baseUri) {
@@ -89,7 +91,7 @@ TestClient::~TestClient() {
 }
 
 void TestClient::makeRegistry() {
-    const auto loggers = std::make_shared<JournalLoggerFactory>(log);
+    const auto loggers = std::make_shared<JournalLoggerFactory>(log, hasSubFacilityLoggers);
     JournalLoggerFactory executorLoggers(executorLog);
     http = std::make_shared<xalutil::SingleThreadAsyncTaskExecutor>("http", executorLoggers.createLogger("http"));
     task = std::make_shared<xalutil::SingleThreadAsyncTaskExecutor>("task", executorLoggers.createLogger("task"));

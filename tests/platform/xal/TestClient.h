@@ -75,11 +75,13 @@ private:
 /// Loggers whose lines, with their severity in front, go into a journal.
 class JournalLoggerFactory : public xalutil::LoggerFactory {
 public:
-    explicit JournalLoggerFactory(std::shared_ptr<Journal> journal) : m_journal(std::move(journal)) {}
+    explicit JournalLoggerFactory(std::shared_ptr<Journal> journal, bool hasSubFacilities = true)
+        : m_journal(std::move(journal)), m_hasSubFacilities(hasSubFacilities) {}
     std::unique_ptr<xalutil::ILogger> createLogger(const std::string& facility) override;
 
 private:
     std::shared_ptr<Journal> m_journal;
+    bool m_hasSubFacilities;
 };
 
 class TestConfig : public xal::IConfigManager {
@@ -122,6 +124,7 @@ public:
     std::shared_ptr<TestConfig> config = std::make_shared<TestConfig>();
     xal::XalServiceRegistry::Settings settings;
     xal::XalServiceConfigurations::ServiceSetting setting;
+    bool hasSubFacilityLoggers = true;
     std::function<void(std::shared_ptr<ItemService>)> onConnected;
     std::function<void()> onDisconnected;
     std::shared_ptr<xal::DefaultWebsocketManagerFactory> websockets =
