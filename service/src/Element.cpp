@@ -2,6 +2,7 @@
 
 #include "StrictJson.h"
 
+#include <limits>
 #include <utility>
 
 namespace cdxservice {
@@ -57,6 +58,31 @@ Element::Element(const ResourceSchema& schema, Values values, std::optional<bool
     }
     m_event.push_back('}');
     m_event.shrink_to_fit();
+}
+
+std::optional<std::int64_t> endOfTime(const Element& dataElement) {
+    const std::int64_t* timestamp = dataElement.integer(wellKnown().dataTimestamp);
+    const std::int64_t* seconds = dataElement.integer(wellKnown().dataTimeToLive);
+    if (!timestamp || !seconds) {
+        return std::nullopt;
+    }
+    constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
+    const std::int64_t lasting = *seconds > highest / 1000  ? highest
+                                 : *seconds < lowest / 1000 ? lowest
+                                                            : *seconds * 1000;
+    if (lasting > 0 && *timestamp > highest - lasting) {
+        return highest;
+    }
+    if (lasting < 0 && *timestamp < lowest - lasting) {
+        return lowest;
+    }
+    return *timestamp + lasting;
+}
+
+bool hasEnded(const Element& dataElement, std::int64_t nowMs) {
+    const auto end = endOfTime(dataElement);
+    return end && *end <= nowMs;
 }
 
 void writeValue(std::string& out, const Value& value) {

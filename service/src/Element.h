@@ -55,6 +55,12 @@ private:
 
 using ElementPtr = std::shared_ptr<const Element>;
 
+/// The end of a data element's time in milliseconds since 1970, saturated; none for one that lacks "timestamp" or
+/// "timeToLive".
+std::optional<std::int64_t> endOfTime(const Element& dataElement);
+
+bool hasEnded(const Element& dataElement, std::int64_t nowMs);
+
 /// Appends one value as JSON; it is not absent.
 void writeValue(std::string& out, const Value& value);
 

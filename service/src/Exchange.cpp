@@ -46,7 +46,8 @@ void Exchange::load() {
         Resource& resource = m_resources[*index];
         resource.nextElementId = std::max(resource.nextElementId, change.nextElementId);
         if (!change.json) {
-            resource.remove(change.id, change.revision);
+            resource.prepareRemoval(change.id, change.revision);
+            resource.commitRemoval(change.id, change.revision);
             continue;
         }
         std::string problem;
@@ -61,8 +62,10 @@ void Exchange::load() {
         if (const auto name = Document(resource.schema(), json->get_object()).text(nameField)) {
             values[nameField] = std::string(*name);
         }
-        resource.put(
-            std::make_shared<const Element>(resource.schema(), std::move(values), change.isNew, change.revision));
+        const auto element =
+            std::make_shared<const Element>(resource.schema(), std::move(values), change.isNew, change.revision);
+        resource.prepare(element);
+        resource.commit(element);
     }
 }
 
@@ -87,10 +90,25 @@ void Exchange::detach() {
 
 void Exchange::expire() {
     const std::size_t data = wellKnown().data;
-    const auto over = m_resources[data].expired(m_clock->sinceEpoch().count());
-    if (!over.empty()) {
-        // A store that is away keeps them for now; the next look tries again.
-        commit(removals(data, over), 0);
+    std::int64_t until = m_clock->sinceEpoch().count();
+    if (const auto before = m_resources[data].log().passedOver()) {
+        // What counts nowhere does not come back when the calendar is set back.
+        until = std::max(until, *before);
+    }
+    const auto over = m_resources[data].expired(until);
+    m_resources[data].passOver(until);
+    // A store that is away keeps them for now; the next look tries again.
+    if (over.empty() || !commit(removals(data, over), 0)) {
+        m_resources[data].passOver(std::nullopt);
+    }
+}
+
+/// What was written is stored: its answer must not say otherwise because memory is short for something else.
+void Exchange::expireAfterWrite() noexcept {
+    try {
+        expire();
+    } catch (const std::exception&) {
+        // The next look tries again.
     }
 }
 
@@ -142,7 +160,7 @@ Exchange::Result Exchange::post(std::size_t index, const boost::json::object& bo
     if (auto problem = commit({{index, revision, element, false}}, numbered ? 1 : 0)) {
         return *problem;
     }
-    expire();
+    expireAfterWrite();
     return Written{element, !existing};
 }
 
@@ -177,24 +195,27 @@ Exchange::Result Exchange::patch(std::size_t index, const ElementPtr& element, c
         changes.push_back({index, revision, result, false});
     }
 
-    std::vector<ElementPtr> settled;
+    std::vector<Settlement> settlements;
     const auto ticket = schema.settlesData ? document.text(wellKnown().controlEventTicket) : std::nullopt;
     if (ticket && !result->name().empty()) {
-        settled = m_resources[wellKnown().data].findEvent(result->name(), *ticket);
+        const auto settled = m_resources[wellKnown().data].findEvent(result->name(), *ticket);
         const auto removed = removals(wellKnown().data, settled);
         changes.insert(changes.end(), removed.begin(), removed.end());
+        const std::string* outcome = result->text(wellKnown().controlDeliveryResult);
+        for (const ElementPtr& data : settled) {
+            settlements.push_back({std::string(result->name()), std::string(*ticket),
+                                   outcome ? std::optional<std::string>(*outcome) : std::nullopt, data->id()});
+        }
     }
     if (auto problem = commit(changes, 0)) {
         return *problem;
     }
-    for (const ElementPtr& data : settled) {
+    for (const Settlement& settlement : settlements) {
         if (m_observer.settled) {
-            const std::string* outcome = result->text(wellKnown().controlDeliveryResult);
-            m_observer.settled({std::string(result->name()), std::string(*ticket),
-                                outcome ? std::optional<std::string>(*outcome) : std::nullopt, data->id()});
+            m_observer.settled(settlement);
         }
     }
-    expire();
+    expireAfterWrite();
     return Written{result, false};
 }
 
@@ -234,39 +255,70 @@ std::optional<Problem> Exchange::commit(const std::vector<Change>& changes, std:
     if (changes.empty()) {
         return std::nullopt;
     }
-    if (m_backend) {
-        std::vector<StoredChange> stored;
-        stored.reserve(changes.size());
+    const auto revert = [&](std::size_t prepared) noexcept {
+        for (std::size_t i = 0; i < prepared; ++i) {
+            Resource& resource = m_resources[changes[i].resource];
+            changes[i].removed ? resource.revertRemoval(changes[i].revision) : resource.revert(changes[i].element);
+        }
+    };
+    std::size_t prepared = 0;
+    std::optional<Problem> problem;
+    try {
         for (const Change& change : changes) {
-            const Resource& resource = m_resources[change.resource];
-            StoredChange& entry = stored.emplace_back();
-            entry.resource = resource.schema().name;
-            entry.revision = change.revision;
-            entry.id = change.element->id();
-            if (!change.removed) {
-                entry.json = change.element->json();
-                entry.isNew = change.element->isNew();
-            }
-            entry.nextElementId = resource.nextElementId + numbered;
+            Resource& resource = m_resources[change.resource];
+            change.removed ? resource.prepareRemoval(change.element->id(), change.revision)
+                           : resource.prepare(change.element);
+            ++prepared;
         }
-        switch (m_backend->commit(m_epoch, stored)) {
-        case StoreBackend::Outcome::Stored:
-            break;
-        case StoreBackend::Outcome::Away:
-            return Problem{503, "the store is away; nothing was stored"};
-        case StoreBackend::Outcome::Full:
-            return Problem{507, "the store is full; nothing was stored"};
-        }
+        problem = store(changes, numbered);
+    } catch (...) {
+        revert(prepared);
+        throw;
     }
+    if (problem) {
+        revert(prepared);
+        return problem;
+    }
+    apply(changes, numbered);
+    return std::nullopt;
+}
+
+std::optional<Problem> Exchange::store(const std::vector<Change>& changes, std::size_t numbered) {
+    if (!m_backend) {
+        return std::nullopt;
+    }
+    std::vector<StoredChange> stored;
+    stored.reserve(changes.size());
+    for (const Change& change : changes) {
+        const Resource& resource = m_resources[change.resource];
+        StoredChange& entry = stored.emplace_back();
+        entry.resource = resource.schema().name;
+        entry.revision = change.revision;
+        entry.id = change.element->id();
+        if (!change.removed) {
+            entry.json = change.element->json();
+            entry.isNew = change.element->isNew();
+        }
+        entry.nextElementId = resource.nextElementId + numbered;
+    }
+    switch (m_backend->commit(m_epoch, stored)) {
+    case StoreBackend::Outcome::Away:
+        return Problem{503, "the store is away; nothing was stored"};
+    case StoreBackend::Outcome::Full:
+        return Problem{507, "the store is full; nothing was stored"};
+    default:
+        return std::nullopt;
+    }
+}
+
+/// From here on the changes are stored: nothing may fail any more.
+void Exchange::apply(const std::vector<Change>& changes, std::size_t numbered) noexcept {
     m_resources[changes.front().resource].nextElementId += numbered;
     std::array<bool, resourceCount> touched = {};
     for (const Change& change : changes) {
         Resource& resource = m_resources[change.resource];
-        if (change.removed) {
-            resource.remove(change.element->id(), change.revision);
-        } else {
-            resource.put(change.element);
-        }
+        change.removed ? resource.commitRemoval(change.element->id(), change.revision)
+                       : resource.commit(change.element);
         touched[change.resource] = true;
     }
     for (std::size_t i = 0; i < touched.size(); ++i) {
@@ -274,7 +326,6 @@ std::optional<Problem> Exchange::commit(const std::vector<Change>& changes, std:
             m_observer.changed(i);
         }
     }
-    return std::nullopt;
 }
 
 } // namespace cdxservice

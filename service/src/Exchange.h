@@ -23,7 +23,7 @@ namespace cdxservice {
 /// Every change is in the backend before it shows here, and here before anybody is told.
 class Exchange {
 public:
-    /// What a server wants to know while it uses the exchange. All may be empty.
+    /// What a server wants to know while it uses the exchange. All may be empty; none may throw.
     struct Observer {
         std::function<void(std::size_t resource)> changed;
         std::function<void(const Settlement&)> settled;
@@ -44,7 +44,7 @@ public:
     void attach(Observer observer, std::shared_ptr<Clock> clock, std::size_t maxElementBytes);
     void detach();
 
-    /// Removes what has had its time. Nothing that is over counts afterwards.
+    /// Removes what has had its time. Nothing that is over counts afterwards, though a store that is away holds it.
     void expire();
 
     /// Makes an element, or replaces the one that has the name where names are unique.
@@ -64,8 +64,12 @@ private:
     };
 
     std::optional<Problem> tooLarge(const Document& document, const Values& values, std::size_t bodyBytes) const;
+    /// Does all of the changes or, when it throws or tells a problem, none.
     std::optional<Problem> commit(const std::vector<Change>& changes, std::size_t numbered);
+    std::optional<Problem> store(const std::vector<Change>& changes, std::size_t numbered);
+    void apply(const std::vector<Change>& changes, std::size_t numbered) noexcept;
     std::vector<Change> removals(std::size_t resource, const std::vector<ElementPtr>& elements) const;
+    void expireAfterWrite() noexcept;
     void load();
 
     std::unique_ptr<StoreBackend> m_backend;

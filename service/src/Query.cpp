@@ -181,7 +181,7 @@ Query::Page Query::select(const RevisionLog& log) const {
     std::uint64_t skipped = 0;
     if (m_sort.empty()) {
         for (auto at = log.elements().rbegin(); at != log.elements().rend(); ++at) {
-            if (!matches(*at->second)) {
+            if (!log.counts(*at->second) || !matches(*at->second)) {
                 continue;
             }
             if (skipped < m_offset) {
@@ -196,7 +196,7 @@ Query::Page Query::select(const RevisionLog& log) const {
         return page;
     }
     for (const auto& entry : log.elements()) {
-        if (matches(*entry.second)) {
+        if (log.counts(*entry.second) && matches(*entry.second)) {
             page.elements.push_back(entry.second);
         }
     }

@@ -1,35 +1,23 @@
 #include "Resource.h"
 
-#include <limits>
+#include <algorithm>
+#include <iterator>
 #include <tuple>
+#include <utility>
 
 namespace cdxservice {
 
-std::optional<std::int64_t> endOfTime(const Element& dataElement) {
-    const std::int64_t* timestamp = dataElement.integer(wellKnown().dataTimestamp);
-    const std::int64_t* seconds = dataElement.integer(wellKnown().dataTimeToLive);
-    if (!timestamp || !seconds) {
-        return std::nullopt;
-    }
-    constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
-    constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-    const std::int64_t lasting = *seconds > highest / 1000  ? highest
-                                 : *seconds < lowest / 1000 ? lowest
-                                                            : *seconds * 1000;
-    if (lasting > 0 && *timestamp > highest - lasting) {
-        return highest;
-    }
-    if (lasting < 0 && *timestamp < lowest - lasting) {
-        return lowest;
-    }
-    return *timestamp + lasting;
-}
-
 Resource::Resource(const ResourceSchema& schema, std::size_t keptRemovals) : m_schema(&schema), m_log(keptRemovals) {}
+
+std::size_t Resource::size() const {
+    const auto passedOver =
+        std::find_if(m_byEnd.begin(), m_byEnd.end(), [this](const Element* element) { return m_log.counts(*element); });
+    return m_byId.size() - static_cast<std::size_t>(std::distance(m_byEnd.begin(), passedOver));
+}
 
 ElementPtr Resource::find(const std::string& id) const {
     const auto found = m_byId.find(id);
-    return found == m_byId.end() ? nullptr : found->second;
+    return found == m_byId.end() || !m_log.counts(*found->second) ? nullptr : found->second;
 }
 
 bool Resource::ByName::operator()(const Element* a, const Element* b) const {
@@ -57,7 +45,9 @@ std::vector<ElementPtr> Resource::findEvent(std::string_view name, std::string_v
     std::vector<ElementPtr> found;
     const auto range = m_byEvent.equal_range(ByEvent::Key(name, eventId));
     for (auto at = range.first; at != range.second; ++at) {
-        found.push_back(find((*at)->id()));
+        if (auto element = find((*at)->id())) {
+            found.push_back(std::move(element));
+        }
     }
     return found;
 }
@@ -65,19 +55,19 @@ std::vector<ElementPtr> Resource::findEvent(std::string_view name, std::string_v
 std::vector<ElementPtr> Resource::expired(std::int64_t nowMs) const {
     std::vector<ElementPtr> found;
     for (const Element* element : m_byEnd) {
-        if (*endOfTime(*element) > nowMs) {
+        if (!hasEnded(*element, nowMs)) {
             break;
         }
-        found.push_back(find(element->id()));
+        found.push_back(m_byId.at(element->id()));
     }
     return found;
 }
 
-void Resource::put(const ElementPtr& element) {
+void Resource::prepare(const ElementPtr& element) {
     const auto [place, inserted] = m_byId.try_emplace(element->id());
     try {
         index(*element);
-        m_log.put(element, inserted ? 0 : place->second->revision());
+        m_log.prepare(element);
     } catch (...) {
         unindex(*element);
         if (inserted) {
@@ -85,21 +75,43 @@ void Resource::put(const ElementPtr& element) {
         }
         throw;
     }
-    if (!inserted) {
-        unindex(*place->second);
-    }
-    place->second = element;
 }
 
-void Resource::remove(const std::string& id, Revision revision) {
+void Resource::prepareRemoval(const std::string& id, Revision revision) {
+    m_log.prepareRemoval(id, revision);
+}
+
+void Resource::commit(const ElementPtr& element) noexcept {
+    ElementPtr& place = m_byId.find(element->id())->second;
+    m_log.commit(element->revision(), place ? place->revision() : 0);
+    if (place) {
+        unindex(*place);
+    }
+    place = element;
+}
+
+void Resource::commitRemoval(const std::string& id, Revision revision) noexcept {
     const auto found = m_byId.find(id);
-    m_log.remove(id, found == m_byId.end() ? 0 : found->second->revision(), revision);
+    m_log.commit(revision, found == m_byId.end() ? 0 : found->second->revision());
     if (found != m_byId.end()) {
         // The caller's id may be the element's own.
         const ElementPtr kept = std::move(found->second);
         unindex(*kept);
         m_byId.erase(found);
     }
+}
+
+void Resource::revert(const ElementPtr& element) noexcept {
+    unindex(*element);
+    m_log.revert(element->revision());
+    const auto place = m_byId.find(element->id());
+    if (!place->second) {
+        m_byId.erase(place);
+    }
+}
+
+void Resource::revertRemoval(Revision revision) noexcept {
+    m_log.revert(revision);
 }
 
 void Resource::index(const Element& element) {

@@ -22,7 +22,8 @@ public:
 
     const ResourceSchema& schema() const { return *m_schema; }
     const RevisionLog& log() const { return m_log; }
-    std::size_t size() const { return m_byId.size(); }
+    /// How many elements count; the others are not found either, but by expired().
+    std::size_t size() const;
 
     /// Null if there is none.
     ElementPtr find(const std::string& id) const;
@@ -33,11 +34,19 @@ public:
     /// The elements whose time is over at `nowMs`, the one first whose time ended first.
     std::vector<ElementPtr> expired(std::int64_t nowMs) const;
 
-    /// Takes the element's new state; its revision is above all earlier ones. Takes all of it or, when it throws,
-    /// nothing.
-    void put(const ElementPtr& element);
-    /// `id` need not exist: then only the removal is remembered. Does all or, when it throws, nothing.
-    void remove(const std::string& id, Revision revision);
+    /// An element's new state, or its removal, is made ready, which leaves nothing behind when it throws, and then goes
+    /// in or is taken back, which cannot fail: so many changes go in together or none. In between the resource is not
+    /// asked. A change's revision is above all earlier ones.
+    void prepare(const ElementPtr& element);
+    void commit(const ElementPtr& element) noexcept;
+    void revert(const ElementPtr& element) noexcept;
+    /// `id` need not exist: then only the removal is remembered.
+    void prepareRemoval(const std::string& id, Revision revision);
+    void commitRemoval(const std::string& id, Revision revision) noexcept;
+    void revertRemoval(Revision revision) noexcept;
+
+    /// See RevisionLog.
+    void passOver(std::optional<std::int64_t> endedByMs) { m_log.passOver(endedByMs); }
 
     /// The running number for the next element without one of its own.
     std::uint64_t nextElementId = 1;
@@ -73,10 +82,6 @@ private:
     std::set<const Element*, ByEvent> m_byEvent; ///< Of data: those with a name and an event id.
     std::set<const Element*, ByEnd> m_byEnd;     ///< Of data: those whose time ends.
 };
-
-/// The end of a data element's time in milliseconds since 1970, saturated; none for one that lacks "timestamp" or
-/// "timeToLive".
-std::optional<std::int64_t> endOfTime(const Element& dataElement);
 
 } // namespace cdxservice
 

@@ -23,15 +23,15 @@ typename Map::const_iterator firstAfter(const Map& map, Revision position) {
 
 } // namespace
 
-void RevisionLog::put(ElementPtr element, Revision previous) {
-    const Revision revision = element->revision();
-    m_elements.emplace_hint(m_elements.end(), revision, std::move(element));
-    m_elements.erase(previous);
-    m_latest = std::max(m_latest, revision);
+void RevisionLog::prepare(const ElementPtr& element) {
+    m_elements.emplace_hint(m_elements.end(), element->revision(), element);
 }
 
-void RevisionLog::remove(const std::string& id, Revision previous, Revision revision) {
+void RevisionLog::prepareRemoval(const std::string& id, Revision revision) {
     m_removals.emplace_hint(m_removals.end(), revision, id);
+}
+
+void RevisionLog::commit(Revision revision, Revision previous) noexcept {
     m_elements.erase(previous);
     m_latest = std::max(m_latest, revision);
     if (m_removals.size() > m_keptRemovals) {
@@ -40,8 +40,16 @@ void RevisionLog::remove(const std::string& id, Revision previous, Revision revi
     }
 }
 
+void RevisionLog::revert(Revision revision) noexcept {
+    m_elements.erase(revision);
+    m_removals.erase(revision);
+}
+
 RevisionLog::Entry RevisionLog::after(Revision position, Revision removalsAfter) const {
-    const auto element = firstAfter(m_elements, position);
+    auto element = firstAfter(m_elements, position);
+    while (element != m_elements.end() && !counts(*element->second)) {
+        ++element;
+    }
     const auto removal = firstAfter(m_removals, std::max(position, removalsAfter));
     const bool noRemoval = removal == m_removals.end();
     if (element != m_elements.end() && (noRemoval || element->first < removal->first)) {

@@ -4,7 +4,9 @@
 #include "Element.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace cdxservice {
@@ -23,10 +25,18 @@ public:
 
     explicit RevisionLog(std::size_t keptRemovals) : m_keptRemovals(keptRemovals) {}
 
-    /// `previous` is the element's revision so far, 0 for a new one.
-    void put(ElementPtr element, Revision previous);
-    /// `previous` as above; 0 when only the removal itself is known.
-    void remove(const std::string& id, Revision previous, Revision revision);
+    /// A change, or a removal, is made ready, which may fail, and then takes its place or is taken back, which cannot.
+    /// In between the log is not asked.
+    void prepare(const ElementPtr& element);
+    void prepareRemoval(const std::string& id, Revision revision);
+    /// `previous` is the element's revision so far, 0 where there is none.
+    void commit(Revision revision, Revision previous) noexcept;
+    void revert(Revision revision) noexcept;
+
+    /// Data elements whose time ended by then count nowhere, although they are not removed yet. Nothing: all count.
+    void passOver(std::optional<std::int64_t> endedByMs) { m_endedByMs = endedByMs; }
+    std::optional<std::int64_t> passedOver() const { return m_endedByMs; }
+    bool counts(const Element& element) const { return !m_endedByMs || !hasEnded(element, *m_endedByMs); }
 
     /// The revision of the latest change of any kind.
     Revision latest() const { return m_latest; }
@@ -37,13 +47,14 @@ public:
     /// changes.
     Entry after(Revision position, Revision removalsAfter) const;
 
-    /// All elements, latest change last.
+    /// All elements, also such as do not count, latest change last.
     const std::map<Revision, ElementPtr>& elements() const { return m_elements; }
 
 private:
     std::size_t m_keptRemovals;
     Revision m_latest = 0;
     Revision m_forgotten = 0;
+    std::optional<std::int64_t> m_endedByMs;
     std::map<Revision, ElementPtr> m_elements;
     std::map<Revision, std::string> m_removals;
 };

@@ -1,35 +1,14 @@
 #include "Exchange.h"
 
 #include "ManualClock.h"
+#include "Query.h"
+#include "ScriptedBackend.h"
 
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
 
 namespace cdxservice {
 namespace {
-
-/// A backend that keeps what it is given, or says that it cannot.
-class ScriptedBackend : public StoreBackend {
-public:
-    struct Kept {
-        Outcome next = Outcome::Stored;
-        StoredState state;
-    };
-    explicit ScriptedBackend(Kept& kept) : m_kept(kept) {}
-
-    StoredState load() override { return m_kept.state; }
-    Outcome commit(const std::string& epoch, const std::vector<StoredChange>& changes) override {
-        if (m_kept.next == Outcome::Stored) {
-            m_kept.state.epoch = epoch;
-            m_kept.state.changes.insert(m_kept.state.changes.end(), changes.begin(), changes.end());
-        }
-        return m_kept.next;
-    }
-    bool answers() override { return m_kept.next != Outcome::Away; }
-
-private:
-    Kept& m_kept;
-};
 
 class ExchangeTest : public ::testing::Test {
 protected:
@@ -261,6 +240,57 @@ TEST_F(ExchangeTest, StoresNothingWhenTheBackendDoesNot) {
     kept.next = StoreBackend::Outcome::Stored;
     EXPECT_EQ(*element(postTo())->integer(3), 1) << "numbers are not used up by what was not stored";
     EXPECT_EQ(changed.size(), 1u);
+}
+
+TEST_F(ExchangeTest, CountsNoDataWhoseTimeIsOverThoughTheStoreIsAway) {
+    ScriptedBackend::Kept kept;
+    Exchange stored(std::make_unique<ScriptedBackend>(kept), 100);
+    attach(stored);
+    const Resource& data = stored.resource(0);
+    const auto postData = [&](const std::string& body) {
+        return stored.post(0, boost::json::parse(body).as_object(), body.size());
+    };
+    const std::string now = std::to_string(clock->sinceEpoch().count());
+    postData(R"({"id":"short","name":"A","eventId":"E","timeToLive":2,"timestamp":)" + now + "}");
+    postData(R"({"id":"long","timeToLive":20,"timestamp":)" + now + "}");
+    postData(R"({"id":"endless"})");
+    changed.clear();
+    kept.next = StoreBackend::Outcome::Away;
+    clock->advance(std::chrono::seconds(2));
+    stored.expire();
+    EXPECT_EQ(data.find("short"), nullptr);
+    EXPECT_EQ(data.size(), 2u);
+    EXPECT_TRUE(data.findEvent("A", "E").empty());
+    EXPECT_EQ(data.log().after(0, 0).revision, 2u) << "no subscriber is told of it any more";
+    EXPECT_EQ(std::get<Query>(Query::parse(data.schema(), "")).select(data.log()).elements.size(), 2u);
+    EXPECT_EQ(std::get<Query>(Query::parse(data.schema(), "sort=id")).select(data.log()).elements.size(), 2u);
+    EXPECT_EQ(data.log().latest(), 3u) << "what is not stored is not told";
+    EXPECT_TRUE(changed.empty());
+    clock->advance(-std::chrono::seconds(1));
+    stored.expire();
+    EXPECT_EQ(data.find("short"), nullptr) << "nor does it come back";
+    kept.next = StoreBackend::Outcome::Stored;
+    EXPECT_EQ(status(postData(R"({"id":"short"})")), 201) << "its id is free";
+    EXPECT_EQ(data.size(), 3u);
+}
+
+TEST_F(ExchangeTest, RemovesDataWhoseTimeIsOverOnceTheStoreIsBack) {
+    ScriptedBackend::Kept kept;
+    Exchange stored(std::make_unique<ScriptedBackend>(kept), 100);
+    attach(stored);
+    const std::string body =
+        R"({"id":"a","timeToLive":2,"timestamp":)" + std::to_string(clock->sinceEpoch().count()) + "}";
+    stored.post(0, boost::json::parse(body).as_object(), body.size());
+    changed.clear();
+    kept.next = StoreBackend::Outcome::Away;
+    clock->advance(std::chrono::seconds(2));
+    stored.expire();
+    kept.next = StoreBackend::Outcome::Stored;
+    stored.expire();
+    EXPECT_EQ(changed.size(), 1u);
+    ASSERT_NE(stored.resource(0).log().after(1, 0).removedId, nullptr);
+    EXPECT_EQ(*stored.resource(0).log().after(1, 0).removedId, "a");
+    EXPECT_FALSE(stored.resource(0).log().passedOver());
 }
 
 TEST_F(ExchangeTest, GoesOnFromWhatTheBackendHolds) {

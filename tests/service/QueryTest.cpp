@@ -15,7 +15,8 @@ protected:
         for (const auto& [key, value] : fields) {
             values[schema.find(key).value()] = value;
         }
-        log.put(std::make_shared<const Element>(schema, values, std::nullopt, log.latest() + 1), 0);
+        log.prepare(std::make_shared<const Element>(schema, values, std::nullopt, log.latest() + 1));
+        log.commit(log.latest() + 1, 0);
     }
 
     Query query(std::string_view text) {

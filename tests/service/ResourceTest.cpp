@@ -25,16 +25,21 @@ protected:
         return std::make_shared<const Element>(schema, values, std::nullopt, ++revision);
     }
 
+    void put(const ElementPtr& element) {
+        resource.prepare(element);
+        resource.commit(element);
+    }
+
     const ResourceSchema& schema = cdxservice::schema()[wellKnown().data];
     Resource resource{schema, 10};
     Revision revision = 0;
 };
 
 TEST_F(DataResource, FindsWhatATicketSettles) {
-    resource.put(data("1", "a", "bc"));
-    resource.put(data("2", "ab", "c"));
-    resource.put(data("3", "a", "bc"));
-    resource.put(data("4", "", "bc"));
+    put(data("1", "a", "bc"));
+    put(data("2", "ab", "c"));
+    put(data("3", "a", "bc"));
+    put(data("4", "", "bc"));
     const auto found = resource.findEvent("a", "bc");
     ASSERT_EQ(found.size(), 2u);
     EXPECT_EQ(found[0]->id(), "1");
@@ -43,22 +48,41 @@ TEST_F(DataResource, FindsWhatATicketSettles) {
 }
 
 TEST_F(DataResource, FollowsAnElementThatChanges) {
-    resource.put(data("1", "a", "x", 0, 10));
-    resource.put(data("1", "b", "y", 0, 20));
+    put(data("1", "a", "x", 0, 10));
+    put(data("1", "b", "y", 0, 20));
     EXPECT_EQ(resource.size(), 1u);
     EXPECT_TRUE(resource.findEvent("a", "x").empty());
     EXPECT_EQ(resource.findEvent("b", "y").size(), 1u);
     EXPECT_TRUE(resource.expired(19'999).empty());
     EXPECT_EQ(resource.expired(20'000).size(), 1u);
-    resource.remove("1", ++revision);
+    resource.prepareRemoval("1", ++revision);
+    resource.commitRemoval("1", revision);
     EXPECT_TRUE(resource.findEvent("b", "y").empty());
     EXPECT_TRUE(resource.expired(30'000).empty());
     EXPECT_EQ(resource.find("1"), nullptr);
 }
 
+TEST_F(DataResource, IsAsItWasAfterChangesThatWereTakenBack) {
+    put(data("1", "a", "x", 0, 10));
+    const ElementPtr changed = data("1", "b", "y", 0, 20);
+    const ElementPtr added = data("2", "b", "y");
+    resource.prepare(changed);
+    resource.prepare(added);
+    resource.prepareRemoval("1", ++revision);
+    resource.revert(changed);
+    resource.revert(added);
+    resource.revertRemoval(revision);
+    EXPECT_EQ(resource.size(), 1u);
+    EXPECT_EQ(resource.find("2"), nullptr);
+    EXPECT_EQ(resource.findEvent("a", "x").size(), 1u);
+    EXPECT_TRUE(resource.findEvent("b", "y").empty());
+    EXPECT_EQ(resource.expired(10'000).size(), 1u);
+    EXPECT_EQ(resource.log().latest(), 1u);
+}
+
 TEST_F(DataResource, KeepsForEverWhatLacksATimeOrALife) {
-    resource.put(data("1", "a", "x", 0));
-    resource.put(data("2", "a", "x", std::nullopt, 0));
+    put(data("1", "a", "x", 0));
+    put(data("2", "a", "x", std::nullopt, 0));
     EXPECT_TRUE(resource.expired(std::numeric_limits<std::int64_t>::max()).empty());
 }
 

@@ -15,10 +15,12 @@ protected:
         Values values(schema.fields.size());
         values[idField] = id;
         values[uriField] = elementUri(schema, id);
-        log.put(std::make_shared<const Element>(schema, values, std::nullopt, revisions[id]), previous);
+        log.prepare(std::make_shared<const Element>(schema, values, std::nullopt, revisions[id]));
+        log.commit(revisions[id], previous);
     }
     void remove(const std::string& id) {
-        log.remove(id, revisions[id], log.latest() + 1);
+        log.prepareRemoval(id, log.latest() + 1);
+        log.commit(log.latest() + 1, revisions[id]);
         revisions[id] = 0;
     }
 

@@ -1,3 +1,4 @@
+#include "ScriptedBackend.h"
 #include "ServiceFixture.h"
 
 namespace cdxservice {
@@ -57,6 +58,33 @@ TEST_F(TimeToLive, AClockThatIsSetBackBringsNothingBack) {
     EXPECT_EQ(client->get(path).status, 404);
     clock->setCalendar(before.count());
     EXPECT_EQ(client->get(path).status, 404);
+}
+
+TEST_F(TimeToLive, ItsEndHoldsWhileTheStoreIsAwayAndIsToldOnceItIsBack) {
+    ScriptedBackend::Kept kept;
+    options.store = std::make_shared<Store>(std::make_unique<ScriptedBackend>(kept));
+    startService();
+    const std::string path = std::string(dataPath) + "/" + make(dataPath, R"({"id":"a",)" + fields(10));
+    cdxtest::WebSocketPeer early = channel();
+    early.text(R"({"op":"subscribe","sub":1,"resource":"cdxData"})");
+    for (int i = 0; i < 3; ++i) {
+        message(early);
+    }
+    kept.next = StoreBackend::Outcome::Away;
+    clock->advance(std::chrono::seconds(10));
+    EXPECT_EQ(client->get(path).status, 404);
+    EXPECT_EQ(client->request("DELETE", path).status, 404);
+    EXPECT_EQ(client->get(dataPath).body, "[]");
+    EXPECT_NE(client->get("/CarDataExchange").body.find(R"("cdxData":{"elements":0,"revision":1})"), std::string::npos);
+    EXPECT_EQ(client->get("/health").status, 503);
+    cdxtest::WebSocketPeer late = channel();
+    late.text(R"({"op":"subscribe","sub":1,"resource":"cdxData"})");
+    EXPECT_EQ(text(message(late).at("op")), "subscribed");
+    EXPECT_EQ(text(message(late).at("op")), "current");
+    kept.next = StoreBackend::Outcome::Stored;
+    EXPECT_EQ(text(message(early).at("removed")), "a");
+    EXPECT_EQ(text(message(late).at("removed")), "a");
+    server.reset();
 }
 
 TEST_F(TimeToLive, BelongsToDataOnly) {
