@@ -20,26 +20,35 @@ constexpr std::chrono::seconds endingTime(5);
 } // namespace
 
 Channel::Channel(ServerCore& core, std::unique_ptr<Transport> transport, OutBuffer out)
-    : m_core(core), m_transport(std::move(transport)), m_frames(maxMessageBytes), m_out(std::move(out)) {}
+    : m_core(core), m_transport(std::move(transport)), m_frames(maxMessageBytes), m_out(std::move(out)),
+      m_lastTaken(core.now()) {}
 
 void Channel::start(std::string_view received, bool tooMany) {
-    m_writing = true;
-    if (tooMany) {
-        end(CloseCode::TooMany);
-    }
-    take(received);
-    write();
-    resumeReading();
+    guarded(m_core, [&] {
+        m_writing = true;
+        if (tooMany) {
+            end(CloseCode::TooMany);
+        }
+        take(received);
+        write();
+        resumeReading();
+    });
 }
 
 void Channel::checkTime(Time now) {
-    if (m_phase != Phase::Open && now - m_endingSince >= endingTime) {
+    const bool endless = m_phase != Phase::Open && now - m_endingSince >= endingTime;
+    const bool stalled = m_writing && now - m_lastTaken >= m_core.options.stallTimeout;
+    if (endless || stalled) {
         close();
     }
 }
 
+std::size_t Channel::held() const {
+    return beyondOwn(m_out.held()) + beyondOwn(m_replies.capacity()) + beyondOwn(m_frames.held());
+}
+
 void Channel::stop() {
-    end(CloseCode::Stopping);
+    guarded(m_core, [this] { end(CloseCode::Stopping); });
 }
 
 void Channel::close() {
@@ -54,8 +63,7 @@ void Channel::close() {
 void Channel::wake() {
     guarded(m_core, [this] {
         if (m_phase == Phase::Open && !m_writing && fill()) {
-            m_writing = true;
-            write();
+            beginWriting();
         }
     });
 }
@@ -68,6 +76,9 @@ void Channel::read() {
                                    if (error || m_phase == Phase::Closed) {
                                        close();
                                        return;
+                                   }
+                                   if (!m_writing) {
+                                       progress(m_core);
                                    }
                                    guarded(m_core, [&] {
                                        take({m_in.data(), bytes});
@@ -155,9 +166,8 @@ void Channel::end(CloseCode code) {
     m_subscriptions.clear();
     writeCloseFrame(m_replies, code);
     if (!m_writing) {
-        m_writing = true;
         fill();
-        write();
+        beginWriting();
     }
 }
 
@@ -187,15 +197,32 @@ bool Channel::fill() {
     return !m_out.empty();
 }
 
+void Channel::beginWriting() {
+    m_writing = true;
+    taken(m_core.now());
+    write();
+}
+
+/// The peer took bytes, or there begin to be some to take.
+void Channel::taken(Time when) {
+    m_lastTaken = when;
+    progress(m_core);
+}
+
 void Channel::write() {
     // A client that takes everything at once still lets the others have their turn.
     for (int turn = 0; turn < turnsInARow; ++turn) {
         std::size_t bytes = 0;
+        const Time before = m_core.now();
         if (!m_transport->writeNow(m_out.view(), bytes)) {
             close();
             return;
         }
-        if (bytes == 0 || m_out.consume(bytes)) {
+        if (bytes == 0) {
+            break;
+        }
+        taken(before);
+        if (m_out.consume(bytes)) {
             break;
         }
         m_out.clear();
@@ -210,6 +237,7 @@ void Channel::write() {
                                         close();
                                         return;
                                     }
+                                    taken(m_core.now());
                                     guarded(m_core, [&] {
                                         if (!m_out.consume(more)) {
                                             m_out.clear();
@@ -228,6 +256,9 @@ void Channel::written() {
     m_writing = false;
     m_out.clear();
     m_out.shrink();
+    if (m_replies.capacity() > ownBuffer) {
+        m_replies = std::string();
+    }
     if (m_phase == Phase::Ending) {
         m_phase = Phase::Draining;
         m_transport->endSending(shared_from_this());

@@ -36,6 +36,7 @@ public:
     void stop() override;
     void close() override;
     void wake() override;
+    std::size_t held() const override;
 
 private:
     enum class Phase {
@@ -51,6 +52,8 @@ private:
     void subscribe(ClientMessage message);
     void reply(std::string_view message);
     void end(CloseCode code);
+    void beginWriting();
+    void taken(Time when);
     void write();
     void written();
     void resumeReading();
@@ -69,6 +72,7 @@ private:
     std::uint64_t m_nextTurn = 0; ///< The subscription that is served first.
     std::optional<std::uint64_t> m_highestSub;
     Time m_endingSince;
+    Time m_lastTaken; ///< When the peer last took bytes, or there began to be some to take.
 };
 
 } // namespace cdxservice

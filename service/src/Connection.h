@@ -2,9 +2,10 @@
 #define SERVICE_SRC_CONNECTION_H
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <memory>
-#include <string>
 
 namespace cdxservice {
 
@@ -22,21 +23,37 @@ public:
     virtual void close() = 0;
     /// A resource changed.
     virtual void wake() {}
+    /// About the memory that requests not yet whole and answers not yet taken hold, beyond what every connection has.
+    virtual std::size_t held() const = 0;
+    /// Grows with time: when the peer last gave or took what it holds memory with.
+    std::uint64_t lastProgress() const { return m_lastProgress; }
 
     /// One too many: accepted only to say so.
     bool surplus = false;
 
 protected:
+    template <class Core>
+    void progress(Core& core) {
+        m_lastProgress = core.nextProgress();
+    }
+
+    /// What a connection keeps for its buffers; only more than that is held.
+    static constexpr std::size_t ownBuffer = 4096;
+    static std::size_t beyondOwn(std::size_t bytes) { return bytes > ownBuffer ? bytes - ownBuffer : 0; }
+
     /// Runs a step of the connection; what it throws, memory that is short above all, ends this connection alone.
     template <class Core, class Step>
     void guarded(Core& core, Step step) {
         try {
             step();
         } catch (const std::exception& failure) {
-            core.log(std::string("a connection is given up: ") + failure.what());
             close();
+            core.logFailure("a connection is given up", failure);
         }
     }
+
+private:
+    std::uint64_t m_lastProgress = 0;
 };
 
 } // namespace cdxservice

@@ -30,7 +30,11 @@ std::size_t FrameReader::headerSize() const {
 
 FrameReader::Event FrameReader::next(std::string_view& input) {
     if (m_messageTaken) {
+        constexpr std::size_t keptBytes = 4096;
         m_message.clear();
+        if (m_message.capacity() > keptBytes) {
+            m_message = std::string();
+        }
         m_messageTaken = false;
     }
     for (;;) {

@@ -40,6 +40,9 @@ public:
     /// Takes bytes off the front of `input` up to the next event; More once it is empty.
     Event next(std::string_view& input);
 
+    /// The memory of an unfinished message.
+    std::size_t held() const { return m_message.capacity(); }
+
 private:
     Event failure(CloseCode code) { return {Event::Kind::Failure, code, {}}; }
     bool takeHeader(std::string_view& input, Event& out);

@@ -11,9 +11,10 @@ namespace cdxservice {
 
 namespace {
 
-constexpr std::size_t smallBuffer = 4096;
 /// Answers to requests that came in one go are gathered up to here before they are written.
 constexpr std::size_t gatheredBytes = 65'536;
+/// A peer that takes everything at once still lets the others have their turn.
+constexpr int turnsInARow = 4;
 /// How long a peer may take to read the last answer before the connection goes.
 constexpr std::chrono::seconds drainTime(5);
 
@@ -23,20 +24,27 @@ HttpSession::HttpSession(ServerCore& core, std::unique_ptr<Transport> transport)
     : m_core(core), m_transport(std::move(transport)), m_lastByte(core.now()) {}
 
 void HttpSession::start() {
-    if (!m_transport->isTls()) {
-        read();
-        return;
-    }
-    m_requestBegan = m_lastByte;
-    m_transport->asyncHandshake([this, self = shared_from_this()](boost::system::error_code error) {
-        if (error || m_phase == Phase::Closed) {
-            close();
+    guarded(m_core, [this] {
+        if (!m_transport->isTls()) {
+            read();
             return;
         }
-        m_lastByte = m_core.now();
-        m_requestBegan.reset();
-        read();
+        m_requestBegan = m_lastByte;
+        m_transport->asyncHandshake([this, self = shared_from_this()](boost::system::error_code error) {
+            if (error || m_phase == Phase::Closed) {
+                close();
+                return;
+            }
+            m_lastByte = m_core.now();
+            m_requestBegan.reset();
+            guarded(m_core, [this] { read(); });
+        });
     });
+}
+
+std::size_t HttpSession::held() const {
+    return beyondOwn(m_in.capacity()) + beyondOwn(m_out.held()) + (m_list ? m_list->held() : 0) +
+           (m_chunks ? m_chunks->body().capacity() : 0);
 }
 
 void HttpSession::checkTime(Time now) {
@@ -67,13 +75,19 @@ void HttpSession::close() {
     m_core.remove(shared_from_this());
 }
 
+/// Bytes went one way or the other.
+void HttpSession::moved(Time when) {
+    m_lastByte = when;
+    progress(m_core);
+}
+
 void HttpSession::consume(std::size_t bytes) {
     m_begin += bytes;
     if (m_begin < m_end) {
         return;
     }
     m_begin = m_end = 0;
-    if (m_in.size() > 16 * smallBuffer) {
+    if (m_in.size() > 16 * ownBuffer) {
         m_in = std::string();
     }
 }
@@ -85,8 +99,13 @@ void HttpSession::read() {
         m_end -= m_begin;
         m_begin = 0;
     }
-    if (m_in.size() - m_end < smallBuffer / 2) {
-        m_in.resize(std::max(smallBuffer, 2 * m_in.size()));
+    if (m_in.size() - m_end < ownBuffer / 2) {
+        const std::size_t before = m_in.size();
+        m_in.resize(std::max(ownBuffer, 2 * before));
+        m_core.grown(m_in.size() - before);
+        if (m_phase == Phase::Closed) {
+            return;
+        }
     }
     m_reading = true;
     m_transport->asyncReadSome(boost::asio::buffer(m_in.data() + m_end, m_in.size() - m_end),
@@ -105,13 +124,13 @@ void HttpSession::received(std::size_t bytes) {
         read();
         return;
     }
-    m_lastByte = m_core.now();
+    moved(m_core.now());
     m_end += bytes;
     process();
 }
 
 void HttpSession::process() {
-    while (m_phase != Phase::Ending && m_out.size() < gatheredBytes && !unread().empty()) {
+    while (m_phase != Phase::Ending && !m_list && m_out.size() < gatheredBytes && !unread().empty()) {
         if (!m_requestBegan) {
             m_requestBegan = m_lastByte;
         }
@@ -161,11 +180,11 @@ void HttpSession::judge() {
     if (head.body == RequestHead::Body::Chunked) {
         m_chunks.emplace(m_core.options.maxBodyBytes);
     }
-    if (const auto* response = std::get_if<Response>(&verdict)) {
+    if (auto* response = std::get_if<Response>(&verdict)) {
         // A body that is too large, or that its sender holds back, is not waited for.
         const bool large = head.body == RequestHead::Body::Sized && head.length > m_core.options.maxBodyBytes;
         const bool last = large || awaitsContinue || surplus;
-        answer(*response, last);
+        answer(std::move(*response), last);
         if (m_phase == Phase::Ending) {
             return;
         }
@@ -205,13 +224,29 @@ Response HttpSession::handle(const RequestHead& head, std::string_view body) {
     }
 }
 
-void HttpSession::answer(const Response& response, bool close) {
+void HttpSession::answer(Response response, bool close) {
     const RequestHead& head = m_parser.head();
     const bool last = close || !head.keepAlive || m_core.stopping();
     writeResponse(m_out, response, {head.isHead(), last, head.http10});
+    if (!head.isHead()) {
+        m_list = std::move(response.list);
+        continueList();
+    }
     if (last) {
         m_phase = Phase::Ending;
     }
+}
+
+/// Makes the next part of a list; false if there is none.
+bool HttpSession::continueList() {
+    if (!m_list) {
+        return false;
+    }
+    const bool more = m_list->write(m_out, gatheredBytes);
+    if (m_list->remaining() == 0) {
+        m_list.reset();
+    }
+    return more;
 }
 
 /// The request was answered and lies at the front of the buffer, its body skipped or not there.
@@ -298,22 +333,33 @@ void HttpSession::upgrade(const Router::Upgrade& accepted) {
     m_out.append(accepted.answer);
     consume(m_parser.size());
     const auto channel = std::make_shared<Channel>(m_core, std::move(m_transport), std::move(m_out));
-    m_phase = Phase::Closed;
     m_core.replace(shared_from_this(), channel);
+    m_phase = Phase::Closed;
     channel->start(unread(), tooMany);
 }
 
 void HttpSession::write() {
     m_writing = true;
-    std::size_t bytes = 0;
-    if (!m_transport->writeNow(m_out.view(), bytes)) {
-        m_writing = false;
-        close();
-        return;
-    }
-    if (bytes > 0 && !m_out.consume(bytes)) {
-        written();
-        return;
+    for (int turn = 0; turn < turnsInARow; ++turn) {
+        std::size_t bytes = 0;
+        const Time before = m_core.now();
+        if (!m_transport->writeNow(m_out.view(), bytes)) {
+            m_writing = false;
+            close();
+            return;
+        }
+        if (bytes == 0) {
+            break;
+        }
+        moved(before);
+        if (m_out.consume(bytes)) {
+            break;
+        }
+        m_out.clear();
+        if (!continueList()) {
+            written();
+            return;
+        }
     }
     m_transport->asyncWriteSome(m_out.view(),
                                 [this, self = shared_from_this()](boost::system::error_code error, std::size_t more) {
@@ -321,9 +367,17 @@ void HttpSession::write() {
                                         close();
                                         return;
                                     }
-                                    m_lastByte = m_core.now();
-                                    const bool unfinished = m_out.consume(more);
-                                    guarded(m_core, [&] { unfinished ? write() : written(); });
+                                    moved(m_core.now());
+                                    guarded(m_core, [&] {
+                                        if (!m_out.consume(more)) {
+                                            m_out.clear();
+                                            if (!continueList()) {
+                                                written();
+                                                return;
+                                            }
+                                        }
+                                        write();
+                                    });
                                 });
 }
 

@@ -3,6 +3,7 @@
 
 #include "ChunkDecoder.h"
 #include "Connection.h"
+#include "ListBody.h"
 #include "OutBuffer.h"
 #include "RequestHead.h"
 #include "Router.h"
@@ -28,6 +29,7 @@ public:
     void checkTime(Time now) override;
     void stop() override;
     void close() override;
+    std::size_t held() const override;
 
 private:
     enum class Phase {
@@ -47,7 +49,8 @@ private:
     bool takeBody(std::string_view& body);
     void judge();
     Response handle(const RequestHead& head, std::string_view body);
-    void answer(const Response& response, bool close);
+    void answer(Response response, bool close);
+    bool continueList();
     void endRequest();
     void upgrade(const Router::Upgrade& upgrade);
     void write();
@@ -56,6 +59,7 @@ private:
 
     std::string_view unread() const { return std::string_view(m_in).substr(m_begin, m_end - m_begin); }
     void consume(std::size_t bytes);
+    void moved(Time when);
 
     ServerCore& m_core;
     std::unique_ptr<Transport> m_transport;
@@ -68,6 +72,7 @@ private:
     std::optional<ChunkDecoder> m_chunks;
     std::uint64_t m_skip = 0;
     OutBuffer m_out;
+    std::optional<ListBody> m_list; ///< What of the last answer has not been written to m_out.
     bool m_writing = false;
     bool m_reading = false;
     Time m_lastByte;

@@ -17,6 +17,16 @@ constexpr int acceptedInARow = 64;
 constexpr std::chrono::milliseconds retryAfter(100);
 
 /// accept4 and socket take the flag along: between two calls another thread could start a program.
+/// Closes a descriptor that nobody came to own.
+struct Unowned {
+    int descriptor;
+    ~Unowned() {
+        if (descriptor >= 0) {
+            ::close(descriptor);
+        }
+    }
+};
+
 int openSocket(const ip::tcp& protocol) {
     return ::socket(protocol.family(), protocol.type() | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol.protocol());
 }
@@ -53,7 +63,7 @@ Listener::Listener(boost::asio::io_context& io, const boost::asio::ip::address& 
     m_port = m_acceptor.local_endpoint().port();
 }
 
-void Listener::start(std::function<void(Socket)> accepted, std::function<void(const std::string&)> failed) {
+void Listener::start(std::function<void(Socket)> accepted, std::function<void(const std::exception&)> failed) {
     m_accepted = std::move(accepted);
     m_failed = std::move(failed);
     await();
@@ -65,12 +75,20 @@ void Listener::stop() {
     m_retry.cancel();
 }
 
+void Listener::resume() {
+    if (m_acceptor.is_open() && !m_waiting) {
+        await();
+    }
+}
+
 void Listener::await() {
     m_acceptor.async_wait(ip::tcp::acceptor::wait_read, [this](boost::system::error_code error) {
+        m_waiting = false;
         if (!error) {
             acceptAll();
         }
     });
+    m_waiting = true;
 }
 
 void Listener::acceptAll() {
@@ -86,13 +104,15 @@ void Listener::acceptAll() {
         }
         if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
             // The connection stays in the queue and would be announced again at once, and again.
-            tellFailure(boost::system::error_code(error, boost::system::system_category()).message());
+            tellFailure(boost::system::system_error(error, boost::system::system_category()));
             m_retry.expires_after(retryAfter);
             m_retry.async_wait([this](boost::system::error_code cancelled) {
+                m_waiting = false;
                 if (!cancelled) {
                     await();
                 }
             });
+            m_waiting = true;
             return;
         }
     }
@@ -103,25 +123,26 @@ void Listener::acceptAll() {
 
 /// A connection that there is no memory for is given up; the next may find some.
 void Listener::take(int descriptor) {
+    Unowned unowned{descriptor};
     try {
         Socket socket(m_io);
         boost::system::error_code error;
         socket.assign(m_protocol, descriptor, error);
         if (error) {
-            ::close(descriptor);
             return;
         }
+        unowned.descriptor = -1;
         socket.non_blocking(true, error);
         socket.set_option(ip::tcp::no_delay(true), error);
         socket.set_option(boost::asio::socket_base::keep_alive(true), error);
         m_accepted(std::move(socket));
         m_short = false;
     } catch (const std::exception& failure) {
-        tellFailure(failure.what());
+        tellFailure(failure);
     }
 }
 
-void Listener::tellFailure(const std::string& why) {
+void Listener::tellFailure(const std::exception& why) {
     if (!m_short) {
         m_short = true;
         m_failed(why);

@@ -6,6 +6,7 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 
 namespace cdxservice {
@@ -21,15 +22,17 @@ public:
 
     std::uint16_t port() const { return m_port; }
     /// Hands every connection to `accepted` until stop(). When the system has none to give, descriptors being short,
-    /// `failed` is told why, once until there are some again; it is asked every now and then.
-    void start(std::function<void(Socket)> accepted, std::function<void(const std::string&)> failed);
+    /// `failed`, which may not throw, is told why, once until there are some again; it is asked every now and then.
+    void start(std::function<void(Socket)> accepted, std::function<void(const std::exception&)> failed);
+    /// Waits for connections again if it had no memory to.
+    void resume();
     void stop();
 
 private:
     void await();
     void acceptAll();
     void take(int descriptor);
-    void tellFailure(const std::string& why);
+    void tellFailure(const std::exception& why);
 
     boost::asio::io_context& m_io;
     boost::asio::ip::tcp::acceptor m_acceptor;
@@ -37,8 +40,9 @@ private:
     boost::asio::ip::tcp m_protocol;
     std::uint16_t m_port = 0;
     bool m_short = false;
+    bool m_waiting = false;
     std::function<void(Socket)> m_accepted;
-    std::function<void(const std::string&)> m_failed;
+    std::function<void(const std::exception&)> m_failed;
 };
 
 } // namespace cdxservice

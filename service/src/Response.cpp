@@ -50,7 +50,7 @@ void writeResponse(OutBuffer& out, const Response& response, Framing framing) {
     text.append(" ").append(reasonPhrase(response.status)).append("\r\nDate: ").append(httpDate()).append("\r\n");
     const bool bodiless = response.status == 204 || response.status == 304;
     if (!bodiless) {
-        std::uint64_t length = 0;
+        std::uint64_t length = response.list ? response.list->remaining() : 0;
         for (const Response::Piece& piece : response.body) {
             length += piece.bytes().size();
         }

@@ -1,10 +1,12 @@
 #ifndef SERVICE_SRC_RESPONSE_H
 #define SERVICE_SRC_RESPONSE_H
 
+#include "ListBody.h"
 #include "OutBuffer.h"
 #include "Problem.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +29,7 @@ struct Response {
     bool offersUpgrade = false; ///< "Upgrade" is among them, which "Connection" must name.
     std::string_view contentType = "application/json";
     std::vector<Piece> body;
+    std::optional<ListBody> list; ///< The body in its stead, which the connection writes out.
 
     void addHeader(std::string_view name, std::string_view value) {
         headers.append(name).append(": ").append(value).append("\r\n");
@@ -45,7 +48,7 @@ struct Framing {
     bool http10 = false;
 };
 
-/// Appends the answer as it goes over the wire.
+/// Appends the answer as it goes over the wire, but for a list.
 void writeResponse(OutBuffer& out, const Response& response, Framing framing);
 
 } // namespace cdxservice

@@ -258,7 +258,7 @@ Response Router::answerList(const Route& route, const RequestHead& head) const {
         return Response::fromProblem(*refusal);
     }
     const Query& query = std::get<Query>(parsed);
-    const Query::Page page = query.select(resource.log());
+    Query::Page page = query.select(resource.log());
 
     Response response;
     if (page.cut) {
@@ -267,23 +267,7 @@ Response Router::answerList(const Route& route, const RequestHead& head) const {
         link.append("?").append(query.next()).append(">; rel=\"next\"");
         response.addHeader("Link", link);
     }
-    std::string text = "[";
-    for (const ElementPtr& element : page.elements) {
-        if (text.size() > 1 || !response.body.empty()) {
-            text.push_back(',');
-        }
-        if (!query.fields().empty()) {
-            writeElement(text, resource.schema(), element->values(), query.fields());
-        } else if (element->json().size() < OutBuffer::shareFrom) {
-            text.append(element->json());
-        } else {
-            response.addBody(std::move(text));
-            text.clear();
-            response.addBody(element->json(), element);
-        }
-    }
-    text.push_back(']');
-    response.addBody(std::move(text));
+    response.list.emplace(resource.schema(), resource.log(), std::move(page.elements), query.fields());
     return response;
 }
 

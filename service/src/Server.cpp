@@ -9,6 +9,8 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include <exception>
+#include <new>
 #include <optional>
 #include <pthread.h>
 #include <stdexcept>
@@ -31,8 +33,9 @@ public:
         std::unique_ptr<asio::ssl::context> tls)
         : m_options(options), m_tls(std::move(tls)), m_core(m_io, options, std::move(rules)),
           m_listener(m_io, address, port), m_tick(m_io), m_deadline(m_io) {
-        m_listener.start([this](Listener::Socket socket) { accept(std::move(socket)); },
-                         [this](const std::string& why) { m_core.log("no connection can be accepted: " + why); });
+        m_listener.start(
+            [this](Listener::Socket socket) { accept(std::move(socket)); },
+            [this](const std::exception& why) { m_core.logFailure("no connection can be accepted", why); });
         tick();
         m_thread = std::thread([this] {
             ::pthread_setname_np(::pthread_self(), "cdx-service");
@@ -41,20 +44,40 @@ public:
     }
 
     ~Run() {
-        asio::post(m_io, [this] { stop(); });
+        try {
+            asio::post(m_io, [this] { stop(); });
+        } catch (const std::bad_alloc&) {
+            m_io.stop();
+        }
         m_thread.join();
     }
 
     std::uint16_t port() const { return m_listener.port(); }
 
 private:
+    /// What memory is short for fails alone, and what always must go on is taken up again.
     void run() {
         for (;;) {
             try {
+                resume();
                 m_io.run();
                 return;
             } catch (const std::exception& failure) {
-                m_core.log(std::string("a step failed: ") + failure.what());
+                m_core.logFailure("a step failed", failure);
+            }
+        }
+    }
+
+    void resume() {
+        while (!m_core.stopping()) {
+            try {
+                m_listener.resume();
+                if (!m_ticking) {
+                    tick();
+                }
+                return;
+            } catch (const std::bad_alloc&) {
+                std::this_thread::sleep_for(tickInterval);
             }
         }
     }
@@ -69,25 +92,35 @@ private:
     void tick() {
         m_tick.expires_after(tickInterval);
         m_tick.async_wait([this](boost::system::error_code cancelled) {
+            m_ticking = false;
             if (!cancelled && !m_core.stopping()) {
                 tick();
                 m_core.tick();
             }
         });
+        m_ticking = true;
     }
 
     void stop() {
         m_listener.stop();
-        m_deadline.expires_after(m_options.closeTimeout);
-        m_deadline.async_wait([this](boost::system::error_code cancelled) {
-            if (!cancelled) {
-                m_core.closeAll();
-            }
-        });
+        bool limited = true;
+        try {
+            m_deadline.expires_after(m_options.closeTimeout);
+            m_deadline.async_wait([this](boost::system::error_code cancelled) {
+                if (!cancelled) {
+                    m_core.closeAll();
+                }
+            });
+        } catch (const std::bad_alloc&) {
+            limited = false;
+        }
         m_core.stop([this] {
             m_tick.cancel();
             m_deadline.cancel();
         });
+        if (!limited) {
+            m_core.closeAll();
+        }
     }
 
     const ServerOptions& m_options;
@@ -97,6 +130,7 @@ private:
     Listener m_listener;
     asio::steady_timer m_tick;
     asio::steady_timer m_deadline;
+    bool m_ticking = false;
     std::thread m_thread;
 };
 

@@ -4,6 +4,7 @@
 
 #include <boost/asio/post.hpp>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -38,14 +39,21 @@ void ServerCore::log(const std::string& line) const {
     }
 }
 
-void ServerCore::add(const std::shared_ptr<Connection>& connection) {
-    m_connections.insert(connection);
-    if (m_served < options.maxConnections) {
-        ++m_served;
-        return;
+void ServerCore::logFailure(const char* what, const std::exception& failure) const noexcept {
+    try {
+        log(std::string(what) + ": " + failure.what());
+    } catch (const std::exception&) {
+        // Without the memory for a line there is no line.
     }
-    connection->surplus = true;
-    m_surplus.push_back(connection);
+}
+
+void ServerCore::add(const std::shared_ptr<Connection>& connection) {
+    connection->surplus = m_served >= options.maxConnections;
+    if (connection->surplus) {
+        m_surplus.push_back(connection);
+    }
+    m_connections.insert(connection);
+    m_served += connection->surplus ? 0 : 1;
     while (m_surplus.size() > maxSurplus) {
         const auto oldest = m_surplus.front().lock();
         m_surplus.pop_front();
@@ -56,10 +64,12 @@ void ServerCore::add(const std::shared_ptr<Connection>& connection) {
 }
 
 void ServerCore::replace(const std::shared_ptr<Connection>& session, const std::shared_ptr<Connection>& channel) {
-    channel->surplus = session->surplus;
-    m_connections.erase(session);
-    m_connections.insert(channel);
     m_channels.insert(channel);
+    channel->surplus = session->surplus;
+    // From here on nothing needs memory.
+    auto place = m_connections.extract(session);
+    place.value() = channel;
+    m_connections.insert(std::move(place));
 }
 
 void ServerCore::remove(const std::shared_ptr<Connection>& connection) {
@@ -83,14 +93,52 @@ bool ServerCore::isSurplus(Connection& connection) {
     return connection.surplus;
 }
 
-void ServerCore::tick() {
-    exchange.expire();
-    const auto time = now();
-    // A connection that ends leaves the set.
-    const std::vector<std::shared_ptr<Connection>> all(m_connections.begin(), m_connections.end());
-    for (const auto& connection : all) {
-        connection->checkTime(time);
+template <class Step>
+void ServerCore::forEach(const Connections& connections, Step step) {
+    for (auto at = connections.begin(); at != connections.end();) {
+        const std::shared_ptr<Connection> connection = *at;
+        ++at;
+        step(*connection);
     }
+}
+
+void ServerCore::tick() {
+    wakeChannels();
+    const auto time = now();
+    forEach(m_connections, [&](Connection& connection) { connection.checkTime(time); });
+    relieve();
+    exchange.expire();
+}
+
+void ServerCore::grown(std::size_t bytes) {
+    m_grown += bytes;
+    if (m_grown > options.maxHeldBytes / 8) {
+        relieve();
+    }
+}
+
+/// Whoever has not moved a byte for longest has the least to lose.
+void ServerCore::relieve() {
+    m_grown = 0;
+    std::size_t held = 0;
+    forEach(m_connections, [&](Connection& connection) { held += connection.held(); });
+    if (held <= options.maxHeldBytes) {
+        return;
+    }
+    std::vector<Connection*> holders;
+    forEach(m_connections, [&](Connection& connection) {
+        if (connection.held() > 0) {
+            holders.push_back(&connection);
+        }
+    });
+    std::sort(holders.begin(), holders.end(),
+              [](const Connection* a, const Connection* b) { return a->lastProgress() < b->lastProgress(); });
+    std::size_t ended = 0;
+    for (auto at = holders.begin(); at != holders.end() && held > options.maxHeldBytes; ++at, ++ended) {
+        held -= (*at)->held();
+        (*at)->close();
+    }
+    log(std::to_string(ended) + " connections are ended that held memory and moved nothing for longest");
 }
 
 void ServerCore::stop(std::function<void()> idle) {
@@ -100,42 +148,44 @@ void ServerCore::stop(std::function<void()> idle) {
         return;
     }
     m_idle = std::move(idle);
-    const std::vector<std::shared_ptr<Connection>> all(m_connections.begin(), m_connections.end());
-    for (const auto& connection : all) {
-        connection->stop();
-    }
+    forEach(m_connections, [](Connection& connection) { connection.stop(); });
 }
 
 void ServerCore::closeAll() {
-    const std::vector<std::shared_ptr<Connection>> all(m_connections.begin(), m_connections.end());
-    for (const auto& connection : all) {
-        connection->close();
-    }
+    forEach(m_connections, [](Connection& connection) { connection.close(); });
 }
 
 /// Channels are woken once for all changes that the requests at hand make.
-void ServerCore::changed() {
-    if (m_wakePending || m_channels.empty()) {
+void ServerCore::changed() noexcept {
+    if (m_wakeDue || m_channels.empty()) {
         return;
     }
-    m_wakePending = true;
-    boost::asio::post(io, [this] {
-        m_wakePending = false;
-        const std::vector<std::shared_ptr<Connection>> channels(m_channels.begin(), m_channels.end());
-        for (const auto& channel : channels) {
-            channel->wake();
-        }
-    });
+    m_wakeDue = true;
+    try {
+        boost::asio::post(io, [this] { wakeChannels(); });
+    } catch (const std::exception& failure) {
+        logFailure("events wait for the next tick", failure);
+    }
 }
 
-void ServerCore::settled(const Settlement& settlement) const {
-    if (options.log) {
+void ServerCore::wakeChannels() {
+    if (m_wakeDue) {
+        m_wakeDue = false;
+        forEach(m_channels, [](Connection& channel) { channel.wake(); });
+    }
+}
+
+/// The change is stored, whatever becomes of the line that tells it.
+void ServerCore::settled(const Settlement& settlement) const noexcept {
+    try {
         std::string line = "settled cdxData/" + settlement.dataId + " client=";
         writeJsonString(line, settlement.clientName);
         line.append(" eventId=");
         writeJsonString(line, settlement.eventId);
         line.append(" dataDeliveryResult=").append(settlement.dataDeliveryResult.value_or("none"));
-        options.log(line);
+        log(line);
+    } catch (const std::exception& failure) {
+        logFailure("a settlement is not logged", failure);
     }
     if (options.onSettled) {
         options.onSettled(settlement);

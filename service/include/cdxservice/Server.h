@@ -44,6 +44,11 @@ struct ServerOptions {
     std::chrono::milliseconds idleTimeout = std::chrono::seconds(60);
     /// From an unfinished request's first byte to the end of its connection.
     std::chrono::milliseconds requestTimeout = std::chrono::minutes(5);
+    /// From the last byte that a channel's peer took, while more waits for it, to the end of the channel.
+    std::chrono::milliseconds stallTimeout = std::chrono::minutes(5);
+    /// What all requests that are not whole yet and all answers and events that are not taken yet may hold together.
+    /// Beyond, connections end, first the one that has moved no byte for longest.
+    std::size_t maxHeldBytes = 67'108'864;
     /// How long stop() waits for peers to close their side.
     std::chrono::milliseconds closeTimeout = std::chrono::milliseconds(500);
 

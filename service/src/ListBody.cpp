@@ -1,0 +1,61 @@
+#include "ListBody.h"
+
+#include <utility>
+
+namespace cdxservice {
+
+ListBody::ListBody(const ResourceSchema& schema, const RevisionLog& log, std::vector<ElementPtr> elements,
+                   std::vector<std::size_t> fields)
+    : m_schema(&schema), m_log(&log), m_revision(log.latest()), m_elements(std::move(elements)),
+      m_fields(std::move(fields)) {
+    constexpr std::size_t brackets = 2;
+    m_remaining = brackets + (m_elements.empty() ? 0 : m_elements.size() - 1);
+    std::string scratch;
+    for (const ElementPtr& element : m_elements) {
+        if (m_fields.empty()) {
+            m_remaining += element->json().size();
+        } else {
+            scratch.clear();
+            writeElement(scratch, *m_schema, element->values(), m_fields);
+            m_remaining += scratch.size();
+        }
+    }
+}
+
+bool ListBody::write(OutBuffer& out, std::size_t bytes) {
+    if (m_remaining == 0) {
+        return false;
+    }
+    const std::size_t before = out.size();
+    if (!m_begun) {
+        out.append("[");
+        m_begun = true;
+    }
+    while (m_next < m_elements.size() && out.size() < bytes) {
+        if (m_next > 0) {
+            out.append(",");
+        }
+        writeOne(out, m_elements[m_next]);
+        m_elements[m_next++].reset();
+    }
+    if (m_next == m_elements.size()) {
+        out.append("]");
+    }
+    m_remaining -= out.size() - before;
+    return true;
+}
+
+void ListBody::writeOne(OutBuffer& out, const ElementPtr& element) const {
+    if (m_fields.empty()) {
+        out.append(element->json(), element);
+    } else {
+        writeElement(out.text(), *m_schema, element->values(), m_fields);
+    }
+}
+
+std::size_t ListBody::held() const {
+    const bool changed = m_log->latest() != m_revision;
+    return m_elements.capacity() * sizeof(ElementPtr) + (changed ? static_cast<std::size_t>(m_remaining) : 0);
+}
+
+} // namespace cdxservice

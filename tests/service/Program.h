@@ -1,0 +1,105 @@
+#ifndef CDXTESTS_SERVICE_PROGRAM_H
+#define CDXTESTS_SERVICE_PROGRAM_H
+
+#include <support/Tcp.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <spawn.h>
+#include <stdexcept>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace cdxservice {
+
+/// How many descriptors a process has, and the memory that is its own; "self": this process.
+inline std::size_t openDescriptors(const std::string& process) {
+    using Folder = std::filesystem::directory_iterator;
+    return static_cast<std::size_t>(std::distance(Folder("/proc/" + process + "/fd"), Folder()));
+}
+inline long residentKib(const std::string& process) {
+    std::ifstream status("/proc/" + process + "/status");
+    long kibibytes = 0;
+    for (std::string word; status >> word && word != "VmRSS:";) {
+    }
+    status >> kibibytes;
+    return kibibytes;
+}
+
+/// The program cdx-service as a user runs it.
+class Program {
+public:
+    explicit Program(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), CDX_SERVICE_PROGRAM);
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
+        int out[2];
+        int err[2];
+        if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
+            throw std::runtime_error("no pipe");
+        }
+        posix_spawn_file_actions_t actions;
+        ::posix_spawn_file_actions_init(&actions);
+        ::posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+        ::posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+        ::posix_spawn(&m_pid, CDX_SERVICE_PROGRAM, &actions, nullptr, argv.data(), environ);
+        ::posix_spawn_file_actions_destroy(&actions);
+        ::close(out[1]);
+        ::close(err[1]);
+        m_out = cdxtest::Descriptor(out[0]);
+        m_err = cdxtest::Descriptor(err[0]);
+    }
+    ~Program() {
+        if (m_pid > 0) {
+            ::kill(m_pid, SIGKILL);
+            wait();
+        }
+    }
+
+    /// The next line of standard output, without its end.
+    std::string line() const { return readTo(m_out.get(), '\n'); }
+    std::string restOfOutput() const { return readTo(m_out.get(), -1); }
+    std::string errors() const { return readTo(m_err.get(), -1); }
+    /// Where it listens, as its first line says.
+    std::uint16_t port() const {
+        const std::string first = line();
+        return static_cast<std::uint16_t>(std::atoi(first.c_str() + first.rfind(':') + 1));
+    }
+    std::size_t descriptors() const { return openDescriptors(std::to_string(m_pid)); }
+    long residentKib() const { return cdxservice::residentKib(std::to_string(m_pid)); }
+    void signal(int number) const { ::kill(m_pid, number); }
+    /// The exit status; negative: the signal that ended it.
+    int wait() {
+        int status = 0;
+        ::waitpid(m_pid, &status, 0);
+        m_pid = 0;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+private:
+    static std::string readTo(int descriptor, int end) {
+        std::string text;
+        char c = 0;
+        while (::read(descriptor, &c, 1) == 1 && c != end) {
+            text.push_back(c);
+        }
+        return text;
+    }
+
+    pid_t m_pid = 0;
+    cdxtest::Descriptor m_out;
+    cdxtest::Descriptor m_err;
+};
+
+} // namespace cdxservice
+
+#endif

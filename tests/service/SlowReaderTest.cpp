@@ -1,0 +1,184 @@
+#include "Program.h"
+#include "ServiceFixture.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <vector>
+
+namespace cdxservice {
+namespace {
+
+using cdxtest::HttpTestClient;
+using cdxtest::TcpPeer;
+
+/// Readers that take nothing: their side of the connection holds next to nothing, so that what is not sent is held by
+/// the service.
+class SlowReaders : public ServiceFixture {
+protected:
+    void SetUp() override {
+        ServiceFixture::SetUp();
+        alone = openDescriptors("self");
+    }
+
+    void fill(int elements, std::size_t bytes) {
+        for (int i = 0; i < elements; ++i) {
+            make(configPath, R"({"recordBody":")" + std::string(bytes, 'x') + "\"}");
+        }
+        whole = client->get(configPath).body.size();
+    }
+
+    TcpPeer connectNarrow() {
+        cdxtest::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const int bytes = 4096;
+        ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(server->port());
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        return TcpPeer(std::move(socket));
+    }
+
+    /// Asks for the whole list, and returns once the service answers.
+    TcpPeer askAndReadNothing(const std::string& query = "") {
+        TcpPeer reader = connectNarrow();
+        EXPECT_TRUE(reader.send("GET " + std::string(configPath) + query + " HTTP/1.1\r\n" + host() + "\r\n"));
+        awaitAnswer(reader);
+        return reader;
+    }
+    static void awaitAnswer(const TcpPeer& reader) {
+        pollfd answered = {reader.fd(), POLLIN, 0};
+        EXPECT_EQ(::poll(&answered, 1, 20'000), 1);
+    }
+
+    /// Moves the clock on until one side of one connection is all that is left; false when that does not come.
+    bool isEndedByTheService(std::chrono::milliseconds step) {
+        client->close();
+        const auto deadline = std::chrono::steady_clock::now() + cdxtest::patience;
+        while (openDescriptors("self") != alone + 1 && std::chrono::steady_clock::now() < deadline) {
+            clock->advance(step);
+            ::poll(nullptr, 0, 20);
+        }
+        return openDescriptors("self") == alone + 1;
+    }
+
+    std::size_t whole = 0; ///< The bytes of the list.
+    std::size_t alone = 0; ///< Descriptors without any connection.
+};
+
+TEST_F(SlowReaders, OfAnAnswerAreEndedWhenTheyTakeNothing) {
+    fill(40, 200'000);
+    TcpPeer reader = askAndReadNothing();
+    EXPECT_TRUE(isEndedByTheService(options.idleTimeout));
+    reader.readToEnd();
+    EXPECT_LT(reader.received().size(), whole);
+}
+
+TEST_F(SlowReaders, OfAChannelAreEndedWhenTheyTakeNothing) {
+    fill(40, 200'000);
+    TcpPeer reader = connectNarrow();
+    reader.send("GET /CarDataExchange HTTP/1.1\r\n" + host() +
+                "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: "
+                "dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Protocol: cdx.v1\r\n\r\n" +
+                cdxtest::encode({cdxtest::Opcode::text, R"({"op":"subscribe","sub":1,"resource":"cdxConfig"})"}, true));
+    awaitAnswer(reader);
+    EXPECT_TRUE(isEndedByTheService(options.stallTimeout));
+    reader.readToEnd();
+    EXPECT_LT(reader.received().size(), whole);
+}
+
+TEST_F(SlowReaders, ThatGoOnGetTheListAsItWasWhenTheyAsked) {
+    fill(3'000, 1'000);
+    TcpPeer reader = askAndReadNothing("?fields=recordBody");
+    TcpPeer other = askAndReadNothing();
+    const auto latest = boost::json::parse(client->get(std::string(configPath) + "?limit=1").body).as_array();
+    const auto first = latest.at(0).as_object();
+    client->request("DELETE", text(first.at("uri")));
+    make(configPath, R"({"id":"later"})");
+    for (TcpPeer* each : {&reader, &other}) {
+        const auto head = each->takeUntil("\r\n\r\n");
+        ASSERT_TRUE(head);
+        const auto body = each->take(std::stoul(cdxtest::headerValue(*head, "Content-Length")));
+        ASSERT_TRUE(body);
+        const auto list = boost::json::parse(*body).as_array();
+        ASSERT_EQ(list.size(), 3'000u);
+        EXPECT_EQ(list[0].at("id"), first.at("id"));
+        EXPECT_EQ(list[0].at("recordBody").as_string().size(), 1'000u);
+        each->send("GET /health HTTP/1.1\r\n" + host() + "\r\n");
+        EXPECT_TRUE(each->takeUntil(R"({"status":"ok"})")) << "and the connection goes on";
+    }
+}
+
+TEST_F(SlowReaders, ManyOfAListHoldLittleAndHarmNobody) {
+    fill(1'500, 2'000);
+    const long before = residentKib("self");
+    std::vector<TcpPeer> readers;
+    for (int i = 0; i < 100; ++i) {
+        readers.push_back(askAndReadNothing(i % 2 == 0 ? "" : "?fields=recordBody"));
+    }
+    const long grown = residentKib("self") - before;
+    std::cout << "100 readers of a list of " << whole / 1024 << " KiB who take nothing: grown by " << grown << " KiB\n";
+    RecordProperty("grown_kib", static_cast<int>(grown));
+    EXPECT_LT(grown, 32 * 1024) << "not 100 times the list";
+    EXPECT_EQ(client->get(configPath).body.size(), whole);
+}
+
+class HeldMemory : public SlowReaders {
+protected:
+    HeldMemory() {
+        options.maxHeldBytes = 8'388'608;
+        options.log = [this](const std::string& line) {
+            if (line.find("held memory") != std::string::npos) {
+                ++relieved;
+            }
+        };
+    }
+    ~HeldMemory() override { server.reset(); }
+
+    std::atomic<int> relieved = 0;
+};
+
+TEST_F(HeldMemory, IsTakenFromThoseWhoMoveNothingForLongest) {
+    fill(1'500, 2'000);
+    const long before = residentKib("self");
+    std::vector<TcpPeer> readers;
+    const auto deadline = std::chrono::steady_clock::now() + cdxtest::patience;
+    while (relieved == 0 && std::chrono::steady_clock::now() < deadline) {
+        readers.push_back(askAndReadNothing());
+    }
+    EXPECT_LT(residentKib("self") - before, 64 * 1024);
+    readers.front().readToEnd();
+    EXPECT_LT(readers.front().received().size(), whole) << "the first to stand still";
+    TcpPeer& last = readers.back();
+    ASSERT_TRUE(last.takeUntil("\r\n\r\n"));
+    EXPECT_TRUE(last.take(whole)) << "the last one is served on";
+}
+
+TEST_F(HeldMemory, OfBodiesThatNeverEndIsBounded) {
+    const std::string begin = "POST " + std::string(configPath) + " HTTP/1.1\r\n" + host() + jsonType +
+                              "Content-Length: 1000000\r\n\r\n" + std::string(999'999, ' ');
+    const long before = residentKib("self");
+    std::vector<TcpPeer> writers;
+    for (int i = 0; i < 100; ++i) {
+        writers.push_back(TcpPeer::connect(server->port()));
+        writers.back().send(begin);
+    }
+    EXPECT_EQ(client->get("/health").status, 200);
+    const long grown = residentKib("self") - before;
+    std::cout << "100 bodies of a MiB that never end: grown by " << grown << " KiB\n";
+    EXPECT_GT(relieved, 0);
+    EXPECT_LT(grown, 48 * 1024);
+    EXPECT_EQ(client->post(configPath, R"({"recordBody":")" + std::string(900'000, 'x') + "\"}").status, 201);
+}
+
+TEST_F(HeldMemory, OfAListThatIsLargerIsNoReasonToEndItsReader) {
+    fill(60, 200'000);
+    EXPECT_GT(whole, options.maxHeldBytes);
+    EXPECT_EQ(client->get(configPath).body.size(), whole);
+    EXPECT_EQ(relieved, 0);
+}
+
+} // namespace
+} // namespace cdxservice
