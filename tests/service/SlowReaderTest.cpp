@@ -112,7 +112,7 @@ TEST_F(SlowReaders, ThatGoOnGetTheListAsItWasWhenTheyAsked) {
 }
 
 TEST_F(SlowReaders, ManyOfAListHoldLittleAndHarmNobody) {
-    fill(1'500, 2'000);
+    fill(3'000, 1'000);
     const long before = residentKib("self");
     std::vector<TcpPeer> readers;
     for (int i = 0; i < 100; ++i) {
@@ -141,7 +141,7 @@ protected:
 };
 
 TEST_F(HeldMemory, IsTakenFromThoseWhoMoveNothingForLongest) {
-    fill(1'500, 2'000);
+    fill(3'000, 1'000);
     const long before = residentKib("self");
     std::vector<TcpPeer> readers;
     const auto deadline = std::chrono::steady_clock::now() + cdxtest::patience;
@@ -170,7 +170,7 @@ TEST_F(HeldMemory, OfBodiesThatNeverEndIsBounded) {
     std::cout << "100 bodies of a MiB that never end: grown by " << grown << " KiB\n";
     EXPECT_GT(relieved, 0);
     EXPECT_LT(grown, 48 * 1024);
-    EXPECT_EQ(client->post(configPath, R"({"recordBody":")" + std::string(900'000, 'x') + "\"}").status, 201);
+    EXPECT_EQ(client->post(configPath, "{}").status, 201) << "whoever holds nothing is not ended";
 }
 
 TEST_F(HeldMemory, OfAListThatIsLargerIsNoReasonToEndItsReader) {
