@@ -60,6 +60,19 @@ Element::Element(const ResourceSchema& schema, Values values, std::optional<bool
     m_event.shrink_to_fit();
 }
 
+Values copyOf(const Values& values) {
+    Values copy(values.size());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        std::visit(
+            [&copy, i](const auto& value) {
+                auto own = value;
+                copy[i] = std::move(own);
+            },
+            values[i]);
+    }
+    return copy;
+}
+
 std::optional<std::int64_t> endOfTime(const Element& dataElement) {
     const std::int64_t* timestamp = dataElement.integer(wellKnown().dataTimestamp);
     const std::int64_t* seconds = dataElement.integer(wellKnown().dataTimeToLive);

@@ -21,6 +21,10 @@ using Value = std::variant<std::monostate, std::string, std::int64_t, bool, std:
 /// One value for each field of the resource, in the schema's order.
 using Values = std::vector<Value>;
 
+/// A copy that may fail: where the memory for a text is short, the variant's own copying makes the standard library
+/// (GCC 12) destroy a value that was never made.
+Values copyOf(const Values& values);
+
 /// One state of an element. A change makes a new one; whoever still sends or reads the old one shares it.
 class Element {
 public:

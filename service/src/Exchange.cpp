@@ -174,7 +174,7 @@ Exchange::Result Exchange::patch(std::size_t index, const ElementPtr& element, c
     if (schema.oneOfEachName && name && !name->empty() && isTaken(resource.findName(*name), element->id())) {
         return conflict("another element has this name", nameField);
     }
-    Values values = element->values();
+    Values values = copyOf(element->values());
     const auto invalid = document.applyTo(values, true);
     if (auto problem = tooLarge(document, element->values(), bodyBytes)) {
         return *problem;

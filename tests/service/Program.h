@@ -32,6 +32,13 @@ inline long residentKib(const std::string& process) {
     return kibibytes;
 }
 
+/// Whether the memory of a process tells of what it holds: a sanitizer keeps what was freed.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool memoryTells = false;
+#else
+constexpr bool memoryTells = true;
+#endif
+
 /// The program cdx-service as a user runs it.
 class Program {
 public:

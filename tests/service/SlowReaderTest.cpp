@@ -121,7 +121,7 @@ TEST_F(SlowReaders, ManyOfAListHoldLittleAndHarmNobody) {
     const long grown = residentKib("self") - before;
     std::cout << "100 readers of a list of " << whole / 1024 << " KiB who take nothing: grown by " << grown << " KiB\n";
     RecordProperty("grown_kib", static_cast<int>(grown));
-    EXPECT_LT(grown, 32 * 1024) << "not 100 times the list";
+    EXPECT_TRUE(grown < 32 * 1024 || !memoryTells) << "not 100 times the list";
     EXPECT_EQ(client->get(configPath).body.size(), whole);
 }
 
@@ -148,7 +148,7 @@ TEST_F(HeldMemory, IsTakenFromThoseWhoMoveNothingForLongest) {
     while (relieved == 0 && std::chrono::steady_clock::now() < deadline) {
         readers.push_back(askAndReadNothing());
     }
-    EXPECT_LT(residentKib("self") - before, 64 * 1024);
+    EXPECT_TRUE(residentKib("self") - before < 64 * 1024 || !memoryTells);
     readers.front().readToEnd();
     EXPECT_LT(readers.front().received().size(), whole) << "the first to stand still";
     TcpPeer& last = readers.back();
@@ -169,7 +169,7 @@ TEST_F(HeldMemory, OfBodiesThatNeverEndIsBounded) {
     const long grown = residentKib("self") - before;
     std::cout << "100 bodies of a MiB that never end: grown by " << grown << " KiB\n";
     EXPECT_GT(relieved, 0);
-    EXPECT_LT(grown, 48 * 1024);
+    EXPECT_TRUE(grown < 48 * 1024 || !memoryTells);
     EXPECT_EQ(client->post(configPath, "{}").status, 201) << "whoever holds nothing is not ended";
 }
 
