@@ -149,6 +149,29 @@ TEST_F(Tls, CarriesLargeAnswersWhole) {
     EXPECT_GT(answer.size(), 500'000u);
 }
 
+TEST_F(Tls, CarriesLongListsWhole) {
+    const std::string body = R"({"recordBody":")" + std::string(1'000, 'x') + "\"}";
+    const std::string post = "POST /CarDataExchange/cdxConfig HTTP/1.1\r\nHost: localhost\r\n" + std::string(jsonType) +
+                             "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    std::string requests;
+    for (int i = 0; i < 500; ++i) {
+        requests += post;
+    }
+    const std::string answer = exchange(requests + "GET /CarDataExchange/cdxConfig HTTP/1.1\r\nHost: localhost\r\n"
+                                                   "Connection: close\r\n\r\n");
+    EXPECT_EQ(answer.find("(cut off)"), std::string::npos);
+    const std::string list = answer.substr(answer.rfind("\r\n\r\n") + 4);
+    EXPECT_EQ(boost::json::parse(list).as_array().size(), 500u);
+}
+
+TEST_F(Tls, EndsAHandshakeThatNeverEnds) {
+    ASSERT_TRUE(client->send(std::string("\x16\x03\x01\x02\x00\x01", 6)));
+    const std::string get = "GET /health HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
+    EXPECT_EQ(exchange(get).substr(9, 3), "200") << "others are served meanwhile";
+    clock->advance(options.idleTimeout);
+    EXPECT_TRUE(client->isEnded());
+}
+
 TEST_F(Tls, SpeaksNothingElse) {
     EXPECT_EQ(client->exchange("GET /health HTTP/1.1\r\n" + host() + "\r\n").status, 0);
     EXPECT_EQ(exchange("", TLS1_1_VERSION), "no handshake");
