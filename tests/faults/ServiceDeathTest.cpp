@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <ctime>
 #include <e2e/Vehicle.h>
 
@@ -136,14 +137,17 @@ TEST(Refusal, CostsNextToNoProcessorTimeAndEndsWithTheServicesReturn) {
     const milliseconds used = processorTime();
     const auto begin = steady_clock::now();
     proxy.endAll(End::Reset);
-    // The first four delays: at least 0.1, 0.2, 0.4 and 0.8 seconds.
-    for (std::size_t lines = 1; user.client.log->count("next attempt in") < 4; ++lines)
+    // The first four delays: at least 0.1, 0.2, 0.4 and 0.8 seconds. For docs/reliability.md: a minute.
+    const milliseconds wanted(std::getenv("CDX_FULL_LOAD") ? 60'000 : 0);
+    const auto attempts = [&] { return user.client.log->count("next attempt in"); };
+    for (std::size_t lines = 1; attempts() < 4 || since(begin) < wanted; ++lines)
         ASSERT_TRUE(user.client.log->awaitCount(lines));
     const milliseconds refused = since(begin);
     const milliseconds cost = processorTime() - used;
     RecordProperty("refused_ms", static_cast<int>(refused.count()));
     RecordProperty("processor_ms", static_cast<int>(cost.count()));
-    std::cout << "refused for " << refused.count() << " ms at " << cost.count() << " ms of processor time\n";
+    std::cout << "refused " << attempts() << " times in " << refused.count() << " ms at " << cost.count()
+              << " ms of processor time\n";
     EXPECT_GE(refused, milliseconds(700));
     EXPECT_LT(cost, milliseconds(200));
     proxy.refuse(false);

@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <iterator>
 #include <optional>
 #include <poll.h>
 #include <sys/socket.h>
@@ -87,6 +89,22 @@ TEST_F(Availability, MeetsAServiceThatAcceptsAndClosesWithGrowingDelays) {
     EXPECT_GE(times[1] - times[0], milliseconds(100));
     EXPECT_GE(times[2] - times[1], milliseconds(200));
     EXPECT_GE(times[3] - times[2], milliseconds(400));
+}
+
+TEST_F(Availability, LeavesNoDescriptorOfAnAttemptOrAConnectionBehind) {
+    const auto descriptors = [] {
+        const std::filesystem::directory_iterator open("/proc/self/fd");
+        return std::distance(begin(open), end(open));
+    };
+    client.listen();
+    peer.acceptTcp();
+    ASSERT_TRUE(client.log->awaitCount(1));
+    const auto before = descriptors();
+    peer.acceptTcp();
+    ASSERT_TRUE(client.log->awaitCount(2));
+    peer.accept();
+    ASSERT_NE(client.log->await("lost"), "");
+    EXPECT_EQ(descriptors(), before);
 }
 
 TEST_F(Availability, GivesUpAnAttemptThatTakesTooLong) {

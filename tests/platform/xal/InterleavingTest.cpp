@@ -15,10 +15,13 @@ using namespace xaltest;
 using Items = std::vector<std::shared_ptr<const Item>>;
 using Response = std::shared_ptr<const xal::XalResponse>;
 
-/// How often the dice are thrown; more on demand.
+/// The rounds are shared by tests that run beside each other.
+constexpr int shares = 4;
+
+/// How often a share throws the dice; more on demand.
 int rounds() {
     const char* const wanted = std::getenv("XAL_INTERLEAVINGS");
-    return wanted == nullptr ? 60 : std::atoi(wanted);
+    return (wanted == nullptr ? 60 : std::atoi(wanted)) / shares;
 }
 
 /// One program that does everything at once, on its own threads and inside of its handlers, and keeps count.
@@ -168,14 +171,18 @@ private:
     TestClient m_client;
 };
 
-TEST(Interleavings, KeepTheirPromises) {
+class Interleavings : public testing::TestWithParam<int> {};
+
+INSTANTIATE_TEST_SUITE_P(Share, Interleavings, testing::Range(0, shares));
+
+TEST_P(Interleavings, KeepTheirPromises) {
     cdxservice::ServerOptions options;
     options.store = std::make_shared<cdxservice::Store>();
     options.closeTimeout = std::chrono::milliseconds(1);
     cdxservice::Server server(options);
     server.start();
     for (int round = 0; round < rounds() && !testing::Test::HasFailure(); ++round) {
-        Program program(server.uri(), static_cast<unsigned>(round));
+        Program program(server.uri(), static_cast<unsigned>(GetParam() * rounds() + round));
         program.run([&server](std::mt19937& random) {
             if (random() % 8 == 0) {
                 server.stop();
