@@ -66,7 +66,9 @@ public:
         for (auto& thread : threads)
             thread.join();
         random() % 2 == 0 ? close() : m_client.onTaskExecutor(close);
-        // Requests made after the first close have their results as tasks like any other.
+        // Requests made after the first close have their results as tasks like any other. The first wait is for
+        // handlers that were acting still, the second for what they asked for.
+        m_isSettling = true;
         m_client.onTaskExecutor([] {});
         m_client.http->stop();
         m_client.onTaskExecutor([] {});
@@ -91,6 +93,8 @@ private:
     }
 
     void act() {
+        if (m_isSettling)
+            return;
         std::shared_ptr<ItemService> service;
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
@@ -166,7 +170,7 @@ private:
     std::mt19937 m_random{m_seed};
     std::shared_ptr<ItemService> m_service;
     std::vector<Held> m_held;
-    std::atomic<bool> m_isClosed{false};
+    std::atomic<bool> m_isClosed{false}, m_isSettling{false};
     std::atomic<int> m_startedLate{0}, m_requests{0}, m_results{0};
     TestClient m_client;
 };
