@@ -351,12 +351,7 @@ void HttpSession::write() {
         if (bytes == 0) {
             break;
         }
-        moved(before);
-        if (m_out.consume(bytes)) {
-            break;
-        }
-        m_out.clear();
-        if (!continueList()) {
+        if (!sent(bytes, before)) {
             written();
             return;
         }
@@ -367,18 +362,18 @@ void HttpSession::write() {
                                         close();
                                         return;
                                     }
-                                    moved(m_core.now());
-                                    guarded(m_core, [&] {
-                                        if (!m_out.consume(more)) {
-                                            m_out.clear();
-                                            if (!continueList()) {
-                                                written();
-                                                return;
-                                            }
-                                        }
-                                        write();
-                                    });
+                                    guarded(m_core, [&] { sent(more, m_core.now()) ? write() : written(); });
                                 });
+}
+
+/// Takes bytes off that went out; false once nothing is left to write.
+bool HttpSession::sent(std::size_t bytes, Time when) {
+    moved(when);
+    if (m_out.consume(bytes)) {
+        return true;
+    }
+    m_out.clear();
+    return continueList();
 }
 
 void HttpSession::written() {

@@ -54,6 +54,7 @@ private:
     void endRequest();
     void upgrade(const Router::Upgrade& upgrade);
     void write();
+    bool sent(std::size_t bytes, Time when);
     void written();
     void drain();
 

@@ -4,9 +4,7 @@
 
 #include <boost/asio/post.hpp>
 
-#include <algorithm>
 #include <utility>
-#include <vector>
 
 namespace cdxservice {
 
@@ -117,28 +115,25 @@ void ServerCore::grown(std::size_t bytes) {
     }
 }
 
-/// Whoever has not moved a byte for longest has the least to lose.
+/// Whoever has not moved a byte for longest has the least to lose. Takes no memory, which may be what is short.
 void ServerCore::relieve() {
     m_grown = 0;
     std::size_t held = 0;
     forEach(m_connections, [&](Connection& connection) { held += connection.held(); });
-    if (held <= options.maxHeldBytes) {
-        return;
-    }
-    std::vector<Connection*> holders;
-    forEach(m_connections, [&](Connection& connection) {
-        if (connection.held() > 0) {
-            holders.push_back(&connection);
-        }
-    });
-    std::sort(holders.begin(), holders.end(),
-              [](const Connection* a, const Connection* b) { return a->lastProgress() < b->lastProgress(); });
     std::size_t ended = 0;
-    for (auto at = holders.begin(); at != holders.end() && held > options.maxHeldBytes; ++at, ++ended) {
-        held -= (*at)->held();
-        (*at)->close();
+    for (; held > options.maxHeldBytes; ++ended) {
+        Connection* stillest = nullptr;
+        forEach(m_connections, [&](Connection& connection) {
+            if (connection.held() > 0 && (!stillest || connection.lastProgress() < stillest->lastProgress())) {
+                stillest = &connection;
+            }
+        });
+        held -= stillest->held();
+        stillest->close();
     }
-    log(std::to_string(ended) + " connections are ended that held memory and moved nothing for longest");
+    if (ended > 0) {
+        log(std::to_string(ended) + " connections are ended that held memory and moved nothing for longest");
+    }
 }
 
 void ServerCore::stop(std::function<void()> idle) {

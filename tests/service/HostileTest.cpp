@@ -87,7 +87,7 @@ TEST_P(Hostile, ClientsAreRefusedHarmNobodyAndLeaveNothing) {
     }
     std::cout << "p99 " << alone.count() << " us alone, " << beside.count() << " us beside 100; grown by "
               << last - first << " KiB in three more rounds\n";
-    EXPECT_LT(beside, std::chrono::milliseconds(500));
+    EXPECT_LT(beside, std::chrono::seconds(1));
     EXPECT_TRUE(last - first < 4096 || !memoryTells);
     EXPECT_NE(good.get(configPath).body.find(R"([{"id":"a","uri")"), std::string::npos) << "nothing of it was done";
     EXPECT_EQ(good.get("/CarDataExchange").body.find(R"("cdxConfig":{"elements":2)"), std::string::npos);
@@ -137,11 +137,11 @@ TEST_F(ManyConnections, TenThousandIdleOnesHarmNobodyAndLeaveNothing) {
     const auto beside = slowest();
     std::cout << "p99 " << alone.count() << " us alone, " << beside.count() << " us beside 10,000 idle connections of "
               << each << " bytes each\n";
-    EXPECT_LT(beside, std::chrono::milliseconds(500));
+    EXPECT_LT(beside, std::chrono::seconds(1));
     EXPECT_TRUE(each < 16'384 || !memoryTells);
     idle.clear();
     EXPECT_TRUE(comesDownTo(descriptors));
-    EXPECT_LT(slowest(), std::chrono::milliseconds(500));
+    EXPECT_LT(slowest(), std::chrono::seconds(1));
 }
 
 } // namespace
