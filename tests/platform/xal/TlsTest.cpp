@@ -1,12 +1,14 @@
 #include "TestClient.h"
 
 #include <cdxservice/Server.h>
+#include <support/FaultProxy.h>
 #include <support/TlsIdentity.h>
 
 #include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <fstream>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -35,7 +37,8 @@ protected:
         options.tlsKeyFile = write("key", identity.key);
         server = std::make_unique<cdxservice::Server>(options);
         server->start();
-        client = std::make_unique<TestClient>("https://" + host + ":" + std::to_string(server->port()));
+        proxy = std::make_unique<cdxtest::FaultProxy>(server->port());
+        client = std::make_unique<TestClient>("https://" + host + ":" + std::to_string(proxy->port()));
         client->listen();
     }
     /// The status of an update of what is not there: 404 where the service was reached.
@@ -48,6 +51,7 @@ protected:
 
     cdxtest::CertificateAuthority authority;
     std::unique_ptr<cdxservice::Server> server;
+    std::unique_ptr<cdxtest::FaultProxy> proxy;
     std::unique_ptr<TestClient> client;
 
 private:
@@ -74,6 +78,22 @@ TEST_F(Tls, TrustsACertificateForAnAddress) {
     subject.addresses = {"127.0.0.1"};
     start(subject, "127.0.0.1");
     EXPECT_TRUE(client->connection());
+}
+
+TEST_F(Tls, EndsAConnectionInTimeThoughTheServicesSideStaysOpen) {
+    cdxtest::TlsSubject subject;
+    subject.addresses = {"127.0.0.1"};
+    start(subject, "127.0.0.1");
+    ASSERT_TRUE(client->connection());
+    cdxtest::FaultProxy::Travel travel;
+    travel.slowClose = std::chrono::seconds(5);
+    proxy->setTravel(travel);
+    const auto begin = std::chrono::steady_clock::now();
+    std::thread stopping([this] { server->stop(); });
+    EXPECT_TRUE(client->awaitDisconnected(1));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    proxy->endAll(cdxtest::FaultProxy::End::Reset);
+    stopping.join();
 }
 
 TEST_F(Tls, RefusesACertificateForAnotherName) {
