@@ -228,6 +228,11 @@ protected:
         static std::string getServiceName() { return "Unknown"; }
     };
 
+    ~InsideAHandler() override {
+        channel.reset(); // nobody is left to say goodbye
+        client.close();  // no handler runs on what goes now
+    }
+
     /// Does it once, in the first handler of the kind after this was asked for.
     void actIn(const std::string& kind) {
         if (kind != std::get<0>(GetParam()) || !m_isAsked.exchange(false))
