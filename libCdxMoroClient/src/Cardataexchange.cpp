@@ -151,6 +151,8 @@ struct CardataexchangeService::Frame {
         for (std::size_t index = 0; index < size; ++index) {
             try {
                 strings.push_back(array->getString(index));
+            } catch (const std::bad_alloc&) {
+                throw;
             } catch (const std::exception& error) {
                 warn(__LINE__, "could not get ", key, " as std::string, exception=", error.what());
             }
@@ -174,6 +176,8 @@ struct CardataexchangeService::Frame {
         } else {
             try {
                 setLeavingFilterPending(descriptor, field, bit, readScalar<T>(json, field.key));
+            } catch (const std::bad_alloc&) {
+                throw;
             } catch (const std::exception& error) {
                 warn(__LINE__, "could not get ", field.key, " as ", typeWord<T>(), ", exception=", error.what());
             }
@@ -189,6 +193,8 @@ struct CardataexchangeService::Frame {
                 if (json.has(field.key))
                     fillField(descriptor, field, bit, json);
             });
+        } catch (const std::bad_alloc&) {
+            throw; // says nothing about the element, which is not to look as if it had fewer fields
         } catch (...) {
             warn(__LINE__, "could not fill object from json, exception occured");
         }

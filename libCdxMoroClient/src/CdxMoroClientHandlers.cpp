@@ -144,8 +144,9 @@ void CdxMoroClient::xalHandleCdxClientState(CdxClientStateObject state) {
         return;
     }
     CDX_LOG_NO_LINE(LogNotice) << "Creating a new Service with service Name = " << state.getCanonicalName().getValue();
-    m_clientCallbacks.emplace(name, std::make_shared<MoroClientCallback>());
+    // Copied first: without memory for it the client stays new, and its next state is announced.
     const cdxEventHandler announce = m_msgProcessorCallback;
+    m_clientCallbacks.emplace(name, std::make_shared<MoroClientCallback>());
     announce(std::move(document));
 }
 

@@ -4,6 +4,7 @@
 #include <boost/json/serialize.hpp>
 
 #include <limits>
+#include <new>
 #include <stdexcept>
 
 namespace xal {
@@ -40,6 +41,8 @@ void readEvent(const xalutil::JsonObject& json, ChannelMessage& message) {
         else
             event.element = json.getObject("element");
         message.event = std::move(event);
+    } catch (const std::bad_alloc&) {
+        throw; // says nothing about the event
     } catch (const std::exception& e) {
         message.text = e.what();
     }

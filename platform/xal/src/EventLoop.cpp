@@ -130,14 +130,19 @@ void EventLoop::Timer::start(std::chrono::steady_clock::duration delay, std::fun
     const unsigned generation = ++m_state->generation;
     m_state->function = std::move(function);
     m_state->timer.expires_after(delay);
-    m_state->timer.async_wait([state = m_state, generation](const boost::system::error_code&) {
-        if (state->generation != generation)
-            return;
-        const auto run = std::move(state->function);
-        state->function = nullptr;
-        if (run)
-            run();
-    });
+    try {
+        m_state->timer.async_wait([state = m_state, generation](const boost::system::error_code&) {
+            if (state->generation != generation)
+                return;
+            const auto run = std::move(state->function);
+            state->function = nullptr;
+            if (run)
+                run();
+        });
+    } catch (...) {
+        m_state->function = nullptr; // it may keep alive what this timer belongs to
+        throw;
+    }
 }
 
 void EventLoop::Timer::cancel() {

@@ -1,8 +1,11 @@
 #include "Inbox.h"
 
+#include "Telling.h"
+
 #include <xalutil/ProcessEnd.h>
 #include <xalutil/StopCallback.h>
 
+#include <limits>
 #include <stdexcept>
 
 namespace xal {
@@ -34,8 +37,8 @@ bool Inbox::add(Entry entry) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_isShut)
             return true;
-        m_bytes += entry.bytes;
         m_waiting.push_back(std::move(entry));
+        m_bytes += m_waiting.back().bytes;
         hasRoom = m_bytes < m_limits.bytes && m_waiting.size() < m_limits.entries;
         m_isFull = m_isFull || !hasRoom;
         if (m_isScheduled)
@@ -47,7 +50,9 @@ bool Inbox::add(Entry entry) {
 }
 
 void Inbox::schedule() {
-    m_tasks->post([self = shared_from_this()] { self->drain(); }, [self = shared_from_this()] { self->discard(); });
+    persist([this] {
+        m_tasks->post([self = shared_from_this()] { self->drain(); }, [self = shared_from_this()] { self->discard(); });
+    });
 }
 
 void Inbox::drain() {
@@ -57,18 +62,11 @@ void Inbox::drain() {
         if (!next(entry))
             return;
         try {
-            deliver(entry);
+            deliverAndLeave(entry);
         } catch (...) {
-            const std::string where = (m_service.empty() ? "" : m_service + (entry.subscription ? "/" : ": ")) +
-                                      (entry.subscription ? entry.subscription->name() + ":" : entry.what) + " handler";
-            const std::string error = describeThrown(where);
-            entry = Entry();
-            leave();
             schedule();
-            throw std::runtime_error(error);
+            throw;
         }
-        entry = Entry();
-        leave();
         // A stop lets the running handler end, not all that waits behind it; scheduled, that is dropped.
         if (std::chrono::steady_clock::now() >= turnEnds || xalutil::StopCallback::isStopRequested())
             return schedule();
@@ -96,11 +94,27 @@ bool Inbox::next(Entry& entry) {
     return true;
 }
 
-void Inbox::deliver(Entry& entry) {
-    if (entry.subscription)
-        entry.subscription->deliver(std::move(entry.event));
-    else
-        entry.call();
+void Inbox::deliverAndLeave(Entry& entry) {
+    struct Leaving {
+        Inbox& inbox;
+        Entry& entry;
+        ~Leaving() {
+            entry = Entry();
+            inbox.leave();
+        }
+    } const leaving{*this, entry};
+    try {
+        // A service's coming and going must be told. An event could be one that no memory suffices for.
+        constexpr int always = std::numeric_limits<int>::max();
+        if (entry.subscription)
+            tellOnce([&] { entry.subscription->deliver(entry.event); });
+        else
+            tellOnce(entry.call, always);
+    } catch (...) {
+        const std::string where = (m_service.empty() ? "" : m_service + (entry.subscription ? "/" : ": ")) +
+                                  (entry.subscription ? entry.subscription->name() + ":" : entry.what) + " handler";
+        throw std::runtime_error(describeThrown(where));
+    }
 }
 
 void Inbox::leave() {
@@ -112,7 +126,7 @@ void Inbox::leave() {
 }
 
 void Inbox::discard() {
-    std::deque<Entry> dropped;
+    std::list<Entry> dropped;
     bool wasFull = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -127,7 +141,7 @@ void Inbox::discard() {
 }
 
 void Inbox::shut() {
-    std::deque<Entry> dropped;
+    std::list<Entry> dropped;
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_isShut = true;
     m_bytes = 0;

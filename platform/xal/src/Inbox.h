@@ -7,8 +7,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -55,10 +55,11 @@ private:
     };
 
     bool add(Entry entry);
+    /// Waits for memory where there is none: what waits here must not be stuck.
     void schedule();
     void drain();
     bool next(Entry& entry);
-    void deliver(Entry& entry);
+    void deliverAndLeave(Entry& entry);
     void leave();
     void discard();
 
@@ -69,7 +70,7 @@ private:
 
     std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_left;
-    std::deque<Entry> m_waiting;
+    std::list<Entry> m_waiting; ///< a list, which is made and moved without memory
     std::size_t m_bytes = 0;
     bool m_isFull = false; ///< the reader was told to wait
     bool m_isScheduled = false;

@@ -1,5 +1,7 @@
 #include "PendingRequests.h"
 
+#include "Telling.h"
+
 #include <xalutil/ProcessEnd.h>
 
 #include <algorithm>
@@ -27,14 +29,14 @@ void PendingRequests::answer(const Ticket& ticket, Response response, Value valu
         ticket->response = std::move(response);
         ticket->value = std::move(value);
     }
-    try {
+    persist([&] {
         m_tasks->post([self = shared_from_this(), ticket] { self->run(ticket); },
                       [self = shared_from_this(), ticket] { self->drop(ticket); });
-    } catch (...) {
-        // No memory for the task: it stays without an answer until failAll() gives one.
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        ticket->state = Entry::WAITING;
-    }
+    });
+}
+
+void PendingRequests::fail(const Ticket& ticket) {
+    answer(ticket, persist([] { return std::make_shared<const XalResponse>(0); }));
 }
 
 bool PendingRequests::claim(const Ticket& ticket, IServiceConnection::Answer& handler) {
@@ -62,16 +64,20 @@ void PendingRequests::run(const Ticket& ticket) {
     IServiceConnection::Answer handler;
     if (!claim(ticket, handler))
         return;
-    std::string error;
+    struct AtEnd {
+        PendingRequests& requests;
+        const Ticket& ticket;
+        IServiceConnection::Answer& handler;
+        ~AtEnd() {
+            handler = nullptr;
+            requests.finish(ticket);
+        }
+    } const atEnd{*this, ticket, handler};
     try {
-        handler(std::move(ticket->response), std::move(ticket->value));
+        tellOnce([&] { handler(ticket->response, ticket->value); });
     } catch (...) {
-        error = describeThrown(ticket->name + ": result handler");
+        throw std::runtime_error(describeThrown(ticket->name + ": result handler"));
     }
-    handler = nullptr;
-    finish(ticket);
-    if (!error.empty())
-        throw std::runtime_error(error);
 }
 
 void PendingRequests::drop(const Ticket& ticket) {
@@ -83,7 +89,7 @@ void PendingRequests::drop(const Ticket& ticket) {
 }
 
 void PendingRequests::runHere(const std::list<Ticket>& tickets) {
-    const bool isStopped = m_tasks->isStopped();
+    const bool isStopped = persist([this] { return m_tasks->isStopped(); });
     for (const Ticket& ticket : tickets) {
         if (isStopped) {
             drop(ticket);
@@ -92,19 +98,18 @@ void PendingRequests::runHere(const std::list<Ticket>& tickets) {
         try {
             run(ticket);
         } catch (const std::exception& e) {
-            m_tasks->report(e.what());
+            persist([&] { m_tasks->report(e.what()); });
         }
     }
 }
 
 void PendingRequests::failAll() {
-    std::list<Ticket> tickets;
-    {
+    const std::list<Ticket> tickets = persist([this] {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        tickets = m_pending;
-    }
+        return m_pending;
+    });
     for (const Ticket& ticket : tickets)
-        answer(ticket, std::make_shared<const XalResponse>(0));
+        fail(ticket);
     if (m_tasks->isHere())
         runHere(tickets);
     if (xalutil::isProcessEnding())

@@ -31,6 +31,8 @@ public:
     Ticket add(const std::string& name, IServiceConnection::Answer answer);
     /// The first answer to a ticket counts; its handler then runs on the task executor.
     void answer(const Ticket& ticket, Response response, Value value = nullptr);
+    /// Answers it with status 0. Waits for memory where there is none.
+    void fail(const Ticket& ticket);
 
     /// Lets everything pending fail that has no answer yet, and returns when no handler is waiting or running any more:
     /// on the task executor's thread by running them, unless the executor was stopped before; elsewhere by waiting.

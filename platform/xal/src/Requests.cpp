@@ -1,5 +1,7 @@
 #include <xal/Service.h>
 
+#include <new>
+
 // Judging answers: which of a request's two handlers is called, and with what. The connection answers exactly once, so
 // exactly one handler is called here.
 
@@ -12,8 +14,10 @@ using WeakConnection = std::weak_ptr<IServiceConnection>;
 
 void fail(const char* operation, const WeakConnection& connection, const AnswerHandler& failed,
           const Response& response) {
-    if (failed)
+    if (failed) {
+        handlerBegins();
         return failed(response);
+    }
     const auto alive = connection.lock();
     if (!alive)
         return;
@@ -50,6 +54,8 @@ AnyElement makeCreated(const Response& response, const Value& value, MakeElement
         if (value)
             return make(value->asObject());
         logUnusable(connection, name + ": answer", "it holds no element");
+    } catch (const std::bad_alloc&) {
+        throw; // says nothing about the answer
     } catch (const std::exception& e) {
         logUnusable(connection, name + ": created element", e.what());
     } catch (...) {
@@ -69,6 +75,8 @@ bool makeList(const Response& response, const Value& value, MakeElement make, co
             entries = value->asArray();
         else
             logUnusable(connection, name + ": answer", "it holds no list");
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& e) {
         logUnusable(connection, name + ": answer", e.what());
     }
@@ -78,6 +86,8 @@ bool makeList(const Response& response, const Value& value, MakeElement make, co
         try {
             auto entry = entries->getObject(i);
             elements.push_back(ListedElement{entry->getString("id"), entry, make(entry), true});
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception& e) {
             logUnusable(connection, name + ": element", e.what());
         } catch (...) {
@@ -110,8 +120,10 @@ void updateOrRemove(const Connection& connection, Request request, AnswerHandler
           failed = std::move(failed)](Response response, const Value&) {
              if (!answered(response) || response->getStatusCode() / 100 != 2)
                  fail(operation, weak, failed, response);
-             else if (done)
+             else if (done) {
+                 handlerBegins();
                  done(std::move(response));
+             }
          });
 }
 

@@ -1,6 +1,7 @@
 #include "ServiceLink.h"
 
 #include "HttpRequests.h"
+#include "Telling.h"
 
 #include <xalutil/ProcessEnd.h>
 
@@ -32,13 +33,7 @@ class Turn {
 public:
     Turn(std::shared_ptr<PendingRequests> pending, PendingRequests::Ticket ticket)
         : m_pending(std::move(pending)), m_ticket(std::move(ticket)) {}
-    ~Turn() {
-        try {
-            answer(std::make_shared<const XalResponse>(0), nullptr);
-        } catch (...) {
-            // Without memory it fails when the registry is closed.
-        }
-    }
+    ~Turn() { m_pending->fail(m_ticket); }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
 
@@ -58,13 +53,7 @@ class ServiceLink::Handle : public Subscription {
 public:
     Handle(std::shared_ptr<ServiceLink> link, std::shared_ptr<ActiveSubscription> subscription)
         : m_link(std::move(link)), m_subscription(std::move(subscription)) {}
-    ~Handle() override {
-        try {
-            m_link->release(m_subscription);
-        } catch (...) {
-            // It is released; only the service is not told.
-        }
-    }
+    ~Handle() override { m_link->release(m_subscription); }
     void unsubscribe() override {
         m_link->release(m_subscription);
         m_subscription->awaitReturn();
@@ -86,6 +75,12 @@ ServiceLink::ServiceLink(std::shared_ptr<const RegistryContext> context, LinkSet
                [this] { return m_channel->readingTime(); }},
               *m_logger, m_settings.subscribeTimeout) {}
 
+ServiceLink::~ServiceLink() {
+    // One that was never closed was not wholly made.
+    if (m_loop)
+        m_loop->finish();
+}
+
 template <class Function>
 void ServiceLink::onLoop(Function function) {
     m_loop->post([weak = weak_from_this(), function = std::move(function)] {
@@ -105,9 +100,11 @@ void ServiceLink::prepare() {
     const std::weak_ptr<ServiceLink> weak = weak_from_this();
     m_inbox = std::make_shared<Inbox>(m_context->tasks, m_settings.address.service, [weak] {
         if (const auto self = weak.lock())
-            self->onLoop([](ServiceLink& link) {
-                if (link.m_channel)
-                    link.m_channel->resume();
+            persist([&] {
+                self->onLoop([](ServiceLink& link) {
+                    if (link.m_channel)
+                        link.m_channel->resume();
+                });
             });
     });
     m_manager = std::make_shared<WebsocketManagers::Manager>([weak] {
@@ -126,7 +123,7 @@ void ServiceLink::prepare() {
 
 void ServiceLink::addListener(Listener listener) {
     onLoop([listener = std::make_shared<Listener>(std::move(listener))](ServiceLink& link) {
-        link.m_listeners.push_back(listener);
+        persist([&] { link.m_listeners.push_back(listener); });
         if (link.m_isConnected) {
             link.tellConnected(listener);
         } else if (!link.m_channel) {
@@ -158,7 +155,7 @@ void ServiceLink::send(Request request, Answer answer) {
     try {
         sendOrThrow(std::move(request), ticket);
     } catch (...) {
-        m_context->pending->answer(ticket, failedSending(kind, 0));
+        m_context->pending->answer(ticket, persist([kind] { return failedSending(kind, 0); }));
     }
 }
 
@@ -222,9 +219,11 @@ std::shared_ptr<Subscription> ServiceLink::subscribe(SubscribeRequest request, s
 void ServiceLink::release(const std::shared_ptr<ActiveSubscription>& subscription) {
     if (!subscription->release())
         return;
-    onLoop([subscription](ServiceLink& link) {
-        link.m_table.remove(subscription);
-        link.watchSubscriptions();
+    persist([&] {
+        onLoop([subscription](ServiceLink& link) {
+            link.m_table.remove(subscription);
+            link.watchSubscriptions();
+        });
     });
 }
 
@@ -321,9 +320,26 @@ void ServiceLink::channelOpen() {
 }
 
 void ServiceLink::tellConnected(const std::shared_ptr<Listener>& listener) {
-    m_inbox->push("connected", [listener, self = shared_from_this()] {
-        if (listener->connected)
-            listener->connected(self);
+    m_inbox->push("connected", [listener, self = shared_from_this(), connection = m_connections] {
+        try {
+            if (listener->connected)
+                listener->connected(self);
+        } catch (const std::bad_alloc&) {
+            // Half-connected, a program would never hear again of what it wanted to subscribe to.
+            if (Telling::hasHandlerBegun())
+                self->giveUp(connection);
+            throw;
+        }
+    });
+    listener->isConnected = true;
+}
+
+void ServiceLink::giveUp(unsigned connection) {
+    persist([&] {
+        onLoop([connection](ServiceLink& link) {
+            if (connection == link.m_connections && link.m_channel)
+                link.m_channel->close(normalClosure, "no memory for the connected call");
+        });
     });
 }
 
@@ -376,11 +392,15 @@ void ServiceLink::channelClosed(const std::string& reason) {
         auto untold = untilTold();
         m_untoldLoss = untold;
         for (const auto& listener : m_listeners) {
+            if (!listener->isConnected)
+                continue;
             m_inbox->push("disconnected", [listener, untold]() mutable {
+                detail::handlerBegins();
                 untold.reset();
                 if (listener->disconnected)
                     listener->disconnected();
             });
+            listener->isConnected = false;
         }
         m_isConnected = false;
         m_backoff.noteConnection(Clock::now() - m_since);
@@ -411,7 +431,7 @@ void ServiceLink::beginClose() {
     m_inbox->shut();
     if (question)
         question->cancel();
-    onLoop([](ServiceLink& link) { link.shutDown(); });
+    persist([this] { onLoop([](ServiceLink& link) { link.shutDown(); }); });
     m_loop->finish();
 }
 
@@ -435,9 +455,11 @@ void ServiceLink::awaitClose() {
 void ServiceLink::end() {
     beginClose();
     // What is under way ends with the connection: nothing stays behind that keeps itself alive.
-    m_loop->post([weak = weak_from_this()] {
-        if (const auto self = weak.lock(); self && self->m_channel)
-            self->m_channel->abort("the process ends");
+    persist([this] {
+        m_loop->post([weak = weak_from_this()] {
+            if (const auto self = weak.lock(); self && self->m_channel)
+                self->m_channel->abort("the process ends");
+        });
     });
     m_loop->stop();
     m_loop->awaitEnd(longestEnd);

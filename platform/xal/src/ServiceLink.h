@@ -41,7 +41,10 @@ public:
     struct Listener {
         std::function<void(std::shared_ptr<IServiceConnection>)> connected;
         std::function<void()> disconnected;
+        bool isConnected = false; ///< as it was told last; the link's own
     };
+
+    ~ServiceLink() override;
 
     /// Throws std::system_error when the system gives no thread.
     static std::shared_ptr<ServiceLink> make(std::shared_ptr<const RegistryContext> context, LinkSettings settings,
@@ -89,6 +92,8 @@ private:
     void retry();
     std::shared_ptr<void> untilTold();
     void tellConnected(const std::shared_ptr<Listener>& listener);
+    /// Ends the connection of that number, so that it is made and told anew. Any thread.
+    void giveUp(unsigned connection);
     void afterConnected();
     void watchSubscriptions();
     void release(const std::shared_ptr<ActiveSubscription>& subscription);

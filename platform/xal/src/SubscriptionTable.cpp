@@ -1,5 +1,7 @@
 #include "SubscriptionTable.h"
 
+#include "Persist.h"
+
 namespace xal {
 
 SubscriptionTable::SubscriptionTable(Surroundings surroundings, xalutil::ILogger& logger, Duration timeout)
@@ -23,8 +25,10 @@ void SubscriptionTable::disconnected() {
 void SubscriptionTable::add(const Subscription& subscription) {
     if (subscription->isReleased())
         return;
-    m_all.emplace(++m_lastPlace, subscription);
-    m_places.emplace(subscription.get(), m_lastPlace);
+    // Whoever holds it would wait for ever for one that is not here.
+    ++m_lastPlace;
+    persist([&] { m_all.emplace(m_lastPlace, subscription); });
+    persist([&] { m_places.emplace(subscription.get(), m_lastPlace); });
     if (m_isConnected)
         subscribe(subscription);
 }
@@ -150,14 +154,17 @@ SubscriptionTable::Outcome SubscriptionTable::takeEvent(const Subscription& subs
                                                         std::size_t bytes) {
     if (!follows(*subscription, message))
         return BROKEN;
+    auto outcome = TAKEN;
+    if (message.event)
+        outcome = deliver(subscription, std::move(*message.event), bytes);
+    else
+        m_logger.warning(subscription->name() + ": event dropped: " + message.text);
+    // Last: what could not be delivered, for want of memory, is to come again.
     auto& progress = subscription->progress;
     progress.expectedPrevious = message.revision;
     if (progress.position)
         progress.position->revision = message.revision;
-    if (message.event)
-        return deliver(subscription, std::move(*message.event), bytes);
-    m_logger.warning(subscription->name() + ": event dropped: " + message.text);
-    return TAKEN;
+    return outcome;
 }
 
 SubscriptionTable::Outcome SubscriptionTable::takeCurrent(const Subscription& subscription,
@@ -165,11 +172,13 @@ SubscriptionTable::Outcome SubscriptionTable::takeCurrent(const Subscription& su
     if (!follows(*subscription, message))
         return BROKEN;
     auto& progress = subscription->progress;
-    progress.expectedPrevious = message.revision;
-    progress.position = Position{progress.epoch, message.revision};
+    Position position{progress.epoch, message.revision};
     Event event;
     event.kind = Event::CURRENT;
-    return deliver(subscription, std::move(event), 0);
+    const auto outcome = deliver(subscription, std::move(event), 0);
+    progress.expectedPrevious = message.revision;
+    progress.position = std::move(position);
+    return outcome;
 }
 
 SubscriptionTable::Outcome SubscriptionTable::takeError(const Subscription& subscription,
@@ -177,11 +186,12 @@ SubscriptionTable::Outcome SubscriptionTable::takeError(const Subscription& subs
     if (m_logger.isDebug())
         m_logger.debug("subscription to " + subscription->name() + " refused" + waited(subscription->progress.number) +
                        ": " + std::to_string(message.status) + " " + message.text);
-    forget(subscription);
     Event event;
     event.kind = Event::REFUSED;
     event.status = message.status;
-    return deliver(subscription, std::move(event), 0);
+    const auto outcome = deliver(subscription, std::move(event), 0);
+    forget(subscription);
+    return outcome;
 }
 
 SubscriptionTable::Outcome SubscriptionTable::deliver(const Subscription& subscription, Event event,

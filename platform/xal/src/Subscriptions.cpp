@@ -39,8 +39,8 @@ public:
             tellCurrent(m_elements.finish());
             break;
         case Event::REFUSED:
-            m_over = true;
             tellRefusal(event.status);
+            m_over = true;
             break;
         }
     }
@@ -62,6 +62,8 @@ private:
     bool change(const Event& event) {
         try {
             return m_elements.change(event.element);
+        } catch (const std::bad_alloc&) {
+            throw; // says nothing about the element
         } catch (const std::exception& e) {
             log("element of " + m_name + " dropped: " + e.what());
         } catch (...) {

@@ -41,26 +41,22 @@ Tasks::Tasks(std::shared_ptr<xalutil::ITaskExecutor> executor)
 }
 
 void Tasks::post(std::function<void()> run, std::function<void()> dropped) {
-    std::shared_ptr<Task> task;
-    try {
-        task = std::make_shared<Task>();
-    } catch (const std::bad_alloc&) {
-        if (dropped)
-            dropped();
-        return;
-    }
+    const auto task = std::make_shared<Task>();
     task->run = std::move(run);
     task->dropped = std::move(dropped);
     task->executor = m_executor.get();
     try {
-        m_executor->execute([task = std::move(task)] {
+        m_executor->execute([task] {
             task->dropped = nullptr;
             const auto itsRun = std::move(task->run);
             const Here here(task->executor);
             itsRun();
         });
+    } catch (const std::bad_alloc&) {
+        task->dropped = nullptr;
+        throw;
     } catch (...) {
-        // Not taken: the task is gone, and with it went the call of `dropped`.
+        // Not taken: the task goes, and with it comes the call of `dropped`.
     }
 }
 

@@ -16,7 +16,8 @@ public:
     explicit Tasks(std::shared_ptr<xalutil::ITaskExecutor> executor);
 
     /// Exactly one of both runs, once: `run` as a task, or `dropped`, on whatever thread, when the executor drops the
-    /// task. Neither throws to the caller.
+    /// task. Neither throws to the caller. Throws std::bad_alloc where memory does not suffice for the task: then none
+    /// of both runs.
     void post(std::function<void()> run, std::function<void()> dropped = {});
     /// Lets the executor's logger have what a handler threw, where it cannot be thrown to it.
     void report(const std::string& text);

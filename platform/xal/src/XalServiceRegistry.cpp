@@ -1,3 +1,4 @@
+#include "Persist.h"
 #include "ServiceLink.h"
 
 #include <xal/ServiceRegistry.h>
@@ -68,7 +69,7 @@ XalServiceRegistry::Impl::Impl(
     : m_config(std::move(config)), m_settings(std::move(settings)), m_serviceSettings(std::move(serviceSettings)),
       m_logger(makeLogger(loggers)), m_context(std::make_shared<RegistryContext>()),
       m_errors(std::make_shared<Inbox>(std::make_shared<Tasks>(task), std::string(), nullptr)), m_atProcessEnd([this] {
-          for (const auto& link : links())
+          for (const auto& link : persist([this] { return links(); }))
               link->end();
       }) {
     if (!m_config || !http)
@@ -127,6 +128,7 @@ void XalServiceRegistry::Impl::registerListener(const std::string& service, Serv
         } catch (const std::exception& e) {
             m_logger->error(service + ": " + e.what());
             m_errors->push(service + ": error", [error = std::move(error), reason = std::runtime_error(e.what())] {
+                detail::handlerBegins();
                 if (error)
                     error(reason);
             });
@@ -167,7 +169,7 @@ void XalServiceRegistry::Impl::close() {
     }
     // All of it stops first, then it is waited for: nothing starts while something else is waited for.
     m_errors->shut();
-    const auto all = links();
+    const auto all = persist([this] { return links(); });
     for (const auto& link : all)
         link->beginClose();
     m_context->access->cancel();

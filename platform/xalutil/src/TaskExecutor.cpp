@@ -7,8 +7,8 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <exception>
+#include <list>
 #include <mutex>
 #include <pthread.h>
 #include <thread>
@@ -37,7 +37,7 @@ struct SingleThreadAsyncTaskExecutor::State {
     std::mutex mutex; ///< guards what follows; not held while foreign code runs or is destroyed
     std::condition_variable hasWork;
     std::condition_variable hasEnded;
-    std::deque<std::function<void()>> tasks;
+    std::list<std::function<void()>> tasks; ///< a list, which is made without memory: stopping must not fail
     bool isStopping = false;
     bool isOver = false;
     std::thread thread;
@@ -85,12 +85,20 @@ struct SingleThreadAsyncTaskExecutor::State {
             if (logger->isError())
                 logger->error("a task threw: " + what);
         } catch (...) {
+            reportShortage();
+        }
+    }
+
+    void reportShortage() const {
+        try {
+            logger->error("out of memory"); // so short that no memory is needed for it
+        } catch (...) {
             // The executor goes on even where the logger cannot.
         }
     }
 
     void requestStop() {
-        std::deque<std::function<void()>> dropped;
+        std::list<std::function<void()>> dropped;
         {
             const std::lock_guard<std::mutex> lock(mutex);
             isStopping = true;

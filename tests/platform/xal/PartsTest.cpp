@@ -12,6 +12,7 @@
 #include <RequestHeaders.h>
 #include <Uri.h>
 #include <WebsocketManagers.h>
+#include <deque>
 
 using Managers = std::multimap<std::string, std::weak_ptr<xal::WebsocketManagers::Manager>>;
 CDX_REVEAL(ManagersByService, xal::WebsocketManagers, m_managers, Managers);

@@ -83,7 +83,8 @@ public:
     using Answer = std::function<void(std::shared_ptr<const XalResponse>, std::shared_ptr<xalutil::JsonValue>)>;
 
     virtual ~IServiceConnection();
-    /// Never throws; answers once, on the task executor; a sending that throws answers with an XalException.
+    /// Answers once, on the task executor; a sending that throws answers with an XalException. Throws only where memory
+    /// does not suffice to keep the answer, and then nothing is sent and nothing is answered.
     virtual void send(Request request, Answer answer) = 0;
     virtual std::shared_ptr<Subscription> subscribe(SubscribeRequest request, std::function<void(Event)> event) = 0;
     /// For the texts of a request without an error handler; callbacks hold the connection weakly.
@@ -114,6 +115,9 @@ using ListHandler = std::function<void(const ElementList&, std::shared_ptr<const
 using ResourceHandler = std::function<void(const ElementList&, std::shared_ptr<const SubscriptionResponse>)>;
 using WatchHandler = std::function<void(AnyElement)>;
 using Connection = std::shared_ptr<IServiceConnection>;
+
+/// Said on the handler's thread before a handler of an application is called: what fails before may be tried again.
+void handlerBegins() noexcept;
 
 void create(const Connection& connection, Request request, MakeElement make, ElementHandler created,
             AnswerHandler failed);
@@ -215,6 +219,7 @@ public:
         if (created)
             handler = [created = std::move(created)](detail::AnyElement element,
                                                      std::shared_ptr<const XalResponse> response) {
+                detail::handlerBegins();
                 created(std::static_pointer_cast<const T>(element), std::move(response));
             };
         detail::create(m_connection, detail::makeRequest(Request::CREATE, descriptor), &detail::makeElement<T>,
@@ -241,7 +246,9 @@ public:
         if (read)
             handler = [read = std::move(read)](const detail::ElementList& elements,
                                                std::shared_ptr<const XalResponse> response) {
-                read(detail::typed<T>(elements), std::move(response));
+                auto list = detail::typed<T>(elements);
+                detail::handlerBegins();
+                read(std::move(list), std::move(response));
             };
         detail::read(m_connection, detail::makeRequest(Request::READ, descriptor), &detail::makeElement<T>,
                      std::move(handler), std::move(failed));
@@ -259,7 +266,9 @@ public:
         if (changed)
             handler = [changed = std::move(changed)](const detail::ElementList& elements,
                                                      std::shared_ptr<const SubscriptionResponse> response) {
-                changed(detail::typed<T>(elements), std::move(response));
+                auto current = detail::typed<T>(elements);
+                detail::handlerBegins();
+                changed(std::move(current), std::move(response));
             };
         return detail::subscribeResource(m_connection,
                                          detail::makeSubscribeRequest(SubscribeRequest::RESOURCE, descriptor),
@@ -273,6 +282,7 @@ public:
         detail::WatchHandler handler;
         if (changed)
             handler = [changed = std::move(changed)](const detail::AnyElement& element) {
+                detail::handlerBegins();
                 changed(std::static_pointer_cast<const T>(element));
             };
         return detail::subscribeElement(m_connection,

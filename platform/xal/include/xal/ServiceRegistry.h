@@ -38,8 +38,11 @@ public:
         registerListener(
             S::getServiceName(),
             [connected = listener.connected](std::shared_ptr<IServiceConnection> connection) {
-                if (connected)
-                    connected(std::make_shared<S>(std::move(connection)));
+                if (!connected)
+                    return;
+                auto service = std::make_shared<S>(std::move(connection));
+                detail::handlerBegins();
+                connected(std::move(service));
             },
             listener.disconnected, listener.error);
     }
