@@ -42,7 +42,14 @@ private:
 void Journal::add(const std::string& line) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.push_back(line);
+    if (m_lines.size() > 2 * m_latest)
+        m_lines.erase(m_lines.begin(), m_lines.end() - static_cast<std::ptrdiff_t>(m_latest));
     m_changed.notify_all();
+}
+
+void Journal::keepLatest(std::size_t count) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_latest = count;
 }
 
 bool Journal::awaitCount(std::size_t count, std::chrono::milliseconds within) {

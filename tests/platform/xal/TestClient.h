@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -58,6 +59,8 @@ public:
 class Journal {
 public:
     void add(const std::string& line);
+    /// Lets the oldest lines go from now on, and keeps at least the latest `count`.
+    void keepLatest(std::size_t count);
     /// Whether so many lines have come, at the latest when the patience ends.
     bool awaitCount(std::size_t count, std::chrono::milliseconds within = patience);
     /// Waits until a line holds `part`; empty when none does.
@@ -70,6 +73,7 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::vector<std::string> m_lines;
+    std::size_t m_latest = std::numeric_limits<std::size_t>::max() / 2;
 };
 
 /// Loggers whose lines, with their severity in front, go into a journal.
