@@ -8,8 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <e2e/Vehicle.h>
 #include <fstream>
+#include <map>
+#include <mutex>
+#include <utility>
 
 namespace cdxtest {
 namespace {
@@ -104,6 +108,154 @@ TEST_F(Load, OfTwoHundredSubscribersLeavesThemAllWithTheSameState) {
     RecordProperty("messages", static_cast<int>(messages));
     RecordProperty("milliseconds", static_cast<int>(taken.count()));
     std::cout << messages << " messages to 200 subscribers in " << taken.count() << " ms\n";
+}
+
+/// Registries with one thread and one connection each, which share their two executors.
+TEST_F(Load, OfManyConnectionsThroughTheFrameworkLeavesThemAllWithTheSameState) {
+    const std::size_t programs = sized(200, 1'000);
+    HttpTestClient vehicle(m_service.port());
+    ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"first"})").status, 201);
+    const long before = resident();
+    const auto begin = steady_clock::now();
+    xaltest::TestClient shared(m_service.uri());
+    shared.makeRegistry();
+    const auto loggers = std::make_shared<xaltest::JournalLoggerFactory>(shared.log);
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::map<std::string, std::size_t> states; // how many programs have the element under this name
+    std::vector<std::string> latest(programs);
+    std::vector<std::shared_ptr<xal::XalServiceRegistry>> registries;
+    std::vector<std::shared_ptr<xal::Subscription>> subscriptions(programs); // of the task executor's thread
+    for (std::size_t i = 0; i < programs; ++i) {
+        registries.push_back(std::make_shared<xal::XalServiceRegistry>(
+            shared.websockets, shared.config, loggers,
+            std::make_shared<xal::HttpAccessFactory>(std::make_shared<xalutil::PocoHttpSessionFactory>()), shared.task,
+            shared.http, shared.settings, nullptr));
+        xal::ServiceListener<xaltest::ItemService> listener;
+        listener.connected = [&, i](const std::shared_ptr<xaltest::ItemService>& service) {
+            if (subscriptions[i])
+                return;
+            subscriptions[i] = service->subscribeResource<xaltest::Item>(
+                xaltest::ItemDescriptor(), [&, i](const std::vector<std::shared_ptr<const xaltest::Item>>& items,
+                                                  const std::shared_ptr<const xal::SubscriptionResponse>&) {
+                    const std::lock_guard<std::mutex> lock(mutex);
+                    const std::string name = items.empty() ? std::string() : items.front()->name();
+                    --states[std::exchange(latest[i], name)];
+                    ++states[name];
+                    changed.notify_all();
+                });
+        };
+        registries.back()->registerServiceListener(listener);
+    }
+    states[""] = programs;
+    const auto allHave = [&](const std::string& name) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, std::chrono::minutes(2), [&] { return states[name] == programs; });
+    };
+    ASSERT_TRUE(allHave("first"));
+    const auto connected = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
+    const long grown = resident() - before;
+    const auto changeBegin = steady_clock::now();
+    ASSERT_EQ(vehicle.patch("/CarDataExchange/cdxConfig/one", R"({"name":"last"})").status, 200);
+    EXPECT_TRUE(allHave("last"));
+    const auto told = std::chrono::duration_cast<milliseconds>(steady_clock::now() - changeBegin);
+    std::cout << programs << " connections in " << connected.count() << " ms, grown by " << grown
+              << " KiB with the service's side; a change reached all in " << told.count() << " ms\n";
+    shared.onTaskExecutor([&] { subscriptions.clear(); });
+    for (const auto& registry : registries)
+        registry->close();
+}
+
+/// A notification is one change told to one subscriber.
+TEST_F(Load, OfNotificationsNamesEveryChangeToEverySubscriber) {
+    constexpr std::size_t subscribers = 100;
+    const std::size_t notifications = sized(20'000, 1'000'000);
+    HttpTestClient vehicle(m_service.port());
+    ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"0"})").status, 201);
+    const std::string last = std::to_string(notifications / subscribers);
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::size_t told = 0;
+    std::size_t current = 0; // so many subscribers were told the latest state
+    std::string latest = "0";
+    std::vector<std::shared_ptr<xal::Subscription>> subscriptions; // of the task executor's thread
+    xaltest::TestClient client(m_service.uri());
+    client.log->keepLatest(100);
+    client.onConnected = [&](const std::shared_ptr<xaltest::ItemService>& service) {
+        while (subscriptions.size() < subscribers)
+            subscriptions.push_back(service->subscribeResource<xaltest::Item>(
+                xaltest::ItemDescriptor(), [&](const std::vector<std::shared_ptr<const xaltest::Item>>& items,
+                                               const std::shared_ptr<const xal::SubscriptionResponse>&) {
+                    const std::lock_guard<std::mutex> lock(mutex);
+                    ++told;
+                    current += items.front()->name() == latest ? 1 : 0;
+                    if (current == subscribers)
+                        changed.notify_all();
+                }));
+    };
+    client.listen();
+    const auto allAreTold = [&] {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, xaltest::patience, [&] { return current == subscribers; });
+    };
+    ASSERT_TRUE(allAreTold());
+    const long before = resident();
+    const auto begin = steady_clock::now();
+    for (std::size_t i = 1; i <= notifications / subscribers; ++i) {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            latest = std::to_string(i);
+            current = 0;
+        }
+        ASSERT_EQ(vehicle.patch("/CarDataExchange/cdxConfig/one", R"({"name":")" + std::to_string(i) + R"("})").status,
+                  200);
+        ASSERT_TRUE(allAreTold()); // one after the other: what waits may merge
+    }
+    const auto taken = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
+    const long grown = resident() - before;
+    std::cout << notifications << " notifications to " << subscribers << " subscribers in " << taken.count()
+              << " ms, grown by " << grown << " KiB\n";
+    EXPECT_EQ(told, notifications + subscribers);
+    EXPECT_LT(grown, 64 * 1024);
+    EXPECT_EQ(client.told.count("disconnected"), 0U);
+    client.onTaskExecutor([&] { subscriptions.clear(); });
+    client.close();
+}
+
+TEST_F(Load, OfChangesToASlowHandlerEndsWithTheLatestState) {
+    const int changes = static_cast<int>(sized(2'000, 100'000));
+    const milliseconds slowness(100);
+    HttpTestClient vehicle(m_service.port());
+    ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"first"})").status, 201);
+    FrameworkUser user(m_service.port(), 100);
+    std::mutex mutex;
+    std::condition_variable over;
+    bool isFast = false;
+    user.onNotified = [&] {
+        std::unique_lock<std::mutex> lock(mutex);
+        over.wait_for(lock, slowness, [&] { return isFast; });
+    };
+    ASSERT_TRUE(user.start());
+    ASSERT_TRUE(user.sees("first"));
+    const long before = resident();
+    const auto begin = steady_clock::now();
+    for (int i = 1; i <= changes; ++i)
+        ASSERT_EQ(vehicle.patch("/CarDataExchange/cdxConfig/one", R"({"name":")" + std::to_string(i) + R"("})").status,
+                  200);
+    const long grown = resident() - before;
+    const auto taken = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
+    const std::size_t told = user.notifications();
+    {
+        // What still waits is at most an inbox full; its seconds are no news.
+        const std::lock_guard<std::mutex> lock(mutex);
+        isFast = true;
+        over.notify_all();
+    }
+    EXPECT_TRUE(user.sees(std::to_string(changes)));
+    std::cout << changes << " changes in " << taken.count() << " ms to a handler of 100 ms: told " << told
+              << ", grown by " << grown << " KiB, told " << user.notifications() << " in the end\n";
+    EXPECT_LT(grown, 64 * 1024);
+    EXPECT_EQ(user.client.told.count("disconnected"), 0U);
 }
 
 TEST_F(Load, OfManyElementsReachesASubscriberWhole) {
