@@ -11,8 +11,11 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
+#include <malloc.h>
 #include <random>
 #include <string>
 
@@ -33,12 +36,29 @@ struct Counts {
     std::size_t differing = 0;
 };
 
-std::string statusValue(const std::string& key) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.rfind(key, 0) == 0)
-            return line.substr(line.find_first_not_of(" \t", key.size()));
-    return {};
+/// Of all four programs and the service, which are one process here.
+struct Memory {
+    std::string resident;
+    std::size_t allocated = 0; ///< what was asked for and not given back, in KiB; 0 under a sanitizer
+    std::size_t descriptors = 0;
+
+    static Memory now() {
+        Memory memory;
+        const std::string key = "VmRSS:";
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);)
+            if (line.rfind(key, 0) == 0)
+                memory.resident = line.substr(line.find_first_not_of(" \t", key.size()));
+        memory.allocated = ::mallinfo2().uordblks / 1024;
+        const std::filesystem::directory_iterator open("/proc/self/fd");
+        memory.descriptors = static_cast<std::size_t>(std::distance(begin(open), end(open)));
+        return memory;
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const Memory& memory) {
+    return out << memory.resident << " (" << memory.allocated << " KiB allocated, " << memory.descriptors
+               << " descriptors)";
 }
 
 std::map<std::string, int> storedAt(std::uint16_t port) {
@@ -126,12 +146,16 @@ int main(int argc, char** argv) {
     for (std::size_t i = 0; i < users; ++i) {
         all.push_back(std::make_unique<FrameworkUser>(proxy.port(), 300));
         all.back()->client.setting.requestTimeout.setValue(1000);
+        // What the harness keeps must not look like growth.
+        all.back()->client.log->keepLatest(100);
+        all.back()->client.executorLog->keepLatest(100);
         if (!all.back()->start())
             return 1;
     }
 
     Counts counts;
-    std::string residentAtFirst;
+    Memory first;
+    Memory halfway;
     const auto end = steady_clock::now() + duration;
     for (std::size_t round = 0; steady_clock::now() < end; ++round) {
         std::vector<std::string> names;
@@ -154,8 +178,11 @@ int main(int argc, char** argv) {
             for (const auto& [name, results] : user->takeResults())
                 counts.doubled += results > 1 ? 1 : 0;
         if (round <= 10)
-            residentAtFirst = statusValue("VmRSS:");
+            first = Memory::now();
+        if (steady_clock::now() < end - duration / 2)
+            halfway = Memory::now();
     }
+    const Memory last = Memory::now();
     std::size_t notifications = 0;
     std::size_t losses = 0;
     for (auto& user : all) {
@@ -167,7 +194,7 @@ int main(int argc, char** argv) {
               << " requests (" << counts.failed << " failed), " << notifications << " notifications\n"
               << "soak: " << counts.lost << " results lost, " << counts.doubled << " doubled, " << counts.differing
               << " subscribers with another state than the service's\n"
-              << "soak: resident memory " << residentAtFirst << " after ten rounds, " << statusValue("VmRSS:")
-              << " at the end\n";
+              << "soak: memory after ten rounds " << first << ", halfway " << halfway << ", at the end " << last
+              << "\n";
     return counts.lost + counts.doubled + counts.differing == 0 ? 0 : 1;
 }
