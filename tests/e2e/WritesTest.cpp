@@ -156,6 +156,7 @@ TEST_F(Writes, ThereIsOneMasterControlForEachClient) {
 }
 
 TEST_F(Writes, AMasterControlUpdateSettlesTheDataMessageWithItsTicket) {
+    client().SubscribeToCdxDataObject();
     vehicle().postData("navigation", "ticket-1");
     vehicle().postData("navigation", "ticket-2");
     Value control = masterControl();
@@ -166,6 +167,12 @@ TEST_F(Writes, AMasterControlUpdateSettlesTheDataMessageWithItsTicket) {
     const Value left = vehicle().list("cdxData");
     ASSERT_EQ(left.size(), 1U);
     EXPECT_EQ(left[0]["eventId"].asString(), "ticket-2");
+
+    vehicle().postData("navigation", "ticket-3");
+    std::vector<std::string> events;
+    for (std::size_t i = 1; i <= 3; ++i)
+        events.push_back(told("data", "navigation", i).document["eventId"].asString());
+    EXPECT_EQ(events, (std::vector<std::string>{"ticket-1", "ticket-2", "ticket-3"})) << "its removal is no news";
 }
 
 TEST_F(Writes, AnUpdateOfAnUnknownMasterControlIsToldAsFailed) {
