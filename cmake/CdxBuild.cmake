@@ -18,6 +18,7 @@ target_compile_options(cdx_options INTERFACE
 if(CDX_SANITIZE)
   target_compile_options(cdx_options INTERFACE -fsanitize=${CDX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(cdx_options INTERFACE -fsanitize=${CDX_SANITIZE})
+  target_compile_definitions(cdx_options INTERFACE CDX_SANITIZED)
   if(CDX_SANITIZE MATCHES thread)
     # ThreadSanitizer does not know fences, which Asio adds to the locks that order its handlers anyway.
     target_compile_definitions(cdx_options INTERFACE BOOST_ASIO_DISABLE_FENCED_BLOCK)

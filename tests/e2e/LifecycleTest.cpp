@@ -72,7 +72,7 @@ TEST_F(Lifecycle, AStartedClientThatIsOnlyReleasedIsToldNothingMore) {
 
 /// Bytes that the program holds on its heap; under a sanitizer, whose own allocator watches for leaks, nothing.
 std::size_t heapInUse() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef CDX_SANITIZED
     return 0;
 #else
     return ::mallinfo2().uordblks;

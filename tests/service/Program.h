@@ -33,7 +33,7 @@ inline long residentKib(const std::string& process) {
 }
 
 /// Whether the memory of a process tells of what it holds: a sanitizer keeps what was freed.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef CDX_SANITIZED
 constexpr bool memoryTells = false;
 #else
 constexpr bool memoryTells = true;
