@@ -3,6 +3,7 @@
 #include <cdxservice/Server.h>
 #include <support/Event.h>
 #include <support/HttpTestClient.h>
+#include <support/ProcessState.h>
 #include <support/WebSocketPeer.h>
 
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <condition_variable>
 #include <e2e/Vehicle.h>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -20,19 +20,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-
-/// Resident memory of this process, in KiB.
-long resident() {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        if (word == "VmRSS:") {
-            long kibibytes = 0;
-            status >> kibibytes;
-            return kibibytes;
-        }
-    }
-    return 0;
-}
 
 /// A size as it is measured for docs/reliability.md where CDX_FULL_LOAD is set, or the smaller one of daily runs.
 std::size_t sized(std::size_t daily, std::size_t full) {
@@ -60,7 +47,7 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
     };
     ASSERT_TRUE(user.start());
     ASSERT_TRUE(arrived.await());
-    const long before = resident();
+    const long before = residentKib();
     const auto begin = steady_clock::now();
     for (int i = 1; i <= changes; ++i) {
         const HttpAnswer answer =
@@ -68,14 +55,14 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
                           R"({"name":")" + std::to_string(i) + R"(","recordBody":")" + std::string(500, 'x') + R"("})");
         ASSERT_EQ(answer.status, 200) << answer.body;
     }
-    const long grown = resident() - before;
+    const long grown = residentKib() - before;
     const auto blocked = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
     released.set();
     EXPECT_TRUE(user.sees(std::to_string(changes)));
     RecordProperty("grown_kib", static_cast<int>(grown));
     std::cout << changes << " changes to a handler blocked for " << blocked.count() << " ms: grown by " << grown
               << " KiB\n";
-    EXPECT_LT(grown, 64 * 1024);
+    EXPECT_TRUE(grown < 64 * 1024 || !memoryTells) << grown;
     EXPECT_EQ(user.client.told.count("disconnected"), 0U) << "one's own slow handler is no loss of the connection";
 }
 
@@ -115,7 +102,7 @@ TEST_F(Load, OfManyConnectionsThroughTheFrameworkLeavesThemAllWithTheSameState) 
     const std::size_t programs = sized(200, 1'000);
     HttpTestClient vehicle(m_service.port());
     ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"first"})").status, 201);
-    const long before = resident();
+    const long before = residentKib();
     const auto begin = steady_clock::now();
     xaltest::TestClient shared(m_service.uri());
     shared.makeRegistry();
@@ -154,7 +141,7 @@ TEST_F(Load, OfManyConnectionsThroughTheFrameworkLeavesThemAllWithTheSameState) 
     };
     ASSERT_TRUE(allHave("first"));
     const auto connected = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
-    const long grown = resident() - before;
+    const long grown = residentKib() - before;
     const auto changeBegin = steady_clock::now();
     ASSERT_EQ(vehicle.patch("/CarDataExchange/cdxConfig/one", R"({"name":"last"})").status, 200);
     EXPECT_TRUE(allHave("last"));
@@ -199,7 +186,7 @@ TEST_F(Load, OfNotificationsNamesEveryChangeToEverySubscriber) {
         return changed.wait_for(lock, xaltest::patience, [&] { return current == subscribers; });
     };
     ASSERT_TRUE(allAreTold());
-    const long before = resident();
+    const long before = residentKib();
     const auto begin = steady_clock::now();
     for (std::size_t i = 1; i <= notifications / subscribers; ++i) {
         {
@@ -212,11 +199,11 @@ TEST_F(Load, OfNotificationsNamesEveryChangeToEverySubscriber) {
         ASSERT_TRUE(allAreTold()); // one after the other: what waits may merge
     }
     const auto taken = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
-    const long grown = resident() - before;
+    const long grown = residentKib() - before;
     std::cout << notifications << " notifications to " << subscribers << " subscribers in " << taken.count()
               << " ms, grown by " << grown << " KiB\n";
     EXPECT_EQ(told, notifications + subscribers);
-    EXPECT_LT(grown, 64 * 1024);
+    EXPECT_TRUE(grown < 64 * 1024 || !memoryTells) << grown;
     EXPECT_EQ(client.told.count("disconnected"), 0U);
     client.onTaskExecutor([&] { subscriptions.clear(); });
     client.close();
@@ -237,12 +224,12 @@ TEST_F(Load, OfChangesToASlowHandlerEndsWithTheLatestState) {
     };
     ASSERT_TRUE(user.start());
     ASSERT_TRUE(user.sees("first"));
-    const long before = resident();
+    const long before = residentKib();
     const auto begin = steady_clock::now();
     for (int i = 1; i <= changes; ++i)
         ASSERT_EQ(vehicle.patch("/CarDataExchange/cdxConfig/one", R"({"name":")" + std::to_string(i) + R"("})").status,
                   200);
-    const long grown = resident() - before;
+    const long grown = residentKib() - before;
     const auto taken = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
     const std::size_t told = user.notifications();
     {
@@ -254,7 +241,7 @@ TEST_F(Load, OfChangesToASlowHandlerEndsWithTheLatestState) {
     EXPECT_TRUE(user.sees(std::to_string(changes)));
     std::cout << changes << " changes in " << taken.count() << " ms to a handler of 100 ms: told " << told
               << ", grown by " << grown << " KiB, told " << user.notifications() << " in the end\n";
-    EXPECT_LT(grown, 64 * 1024);
+    EXPECT_TRUE(grown < 64 * 1024 || !memoryTells) << grown;
     EXPECT_EQ(user.client.told.count("disconnected"), 0U);
 }
 
@@ -263,7 +250,7 @@ TEST_F(Load, OfManyElementsReachesASubscriberWhole) {
     HttpTestClient vehicle(m_service.port());
     for (std::size_t i = 0; i < elements; ++i)
         ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"name":"n"})").status, 201);
-    const long before = resident();
+    const long before = residentKib();
     const auto begin = steady_clock::now();
     xaltest::TestClient client(m_service.uri());
     std::shared_ptr<xal::Subscription> subscription;
@@ -282,7 +269,7 @@ TEST_F(Load, OfManyElementsReachesASubscriberWhole) {
     ASSERT_TRUE(complete.await(std::chrono::seconds(200)));
     const auto taken = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
     RecordProperty("milliseconds", static_cast<int>(taken.count()));
-    std::cout << elements << " elements in " << taken.count() << " ms, grown by " << resident() - before << " KiB\n";
+    std::cout << elements << " elements in " << taken.count() << " ms, grown by " << residentKib() - before << " KiB\n";
     client.close();
 }
 

@@ -1,6 +1,8 @@
 #include "Program.h"
 #include "ServiceFixture.h"
 
+#include <support/ProcessState.h>
+
 #include <algorithm>
 #include <poll.h>
 #include <sys/resource.h>
@@ -10,6 +12,7 @@ namespace cdxservice {
 namespace {
 
 using cdxtest::HttpTestClient;
+using cdxtest::memoryTells;
 using cdxtest::TcpPeer;
 using std::chrono::steady_clock;
 

@@ -2,6 +2,8 @@
 #include "Program.h"
 #include "ServiceFixture.h"
 
+#include <support/ProcessState.h>
+
 #include <functional>
 #include <optional>
 #include <poll.h>
@@ -11,6 +13,7 @@ namespace cdxservice {
 namespace {
 
 using cdxtest::HttpTestClient;
+using cdxtest::openDescriptors;
 using cdxtest::WebSocketPeer;
 
 /// A service that lacks memory at one moment of what a client does, for each such moment there is: however it ends for
@@ -117,7 +120,7 @@ protected:
 
     /// Does the deed with the first allocation of the service failing, then the second, and so on, until all went well.
     void atEveryMoment(const Deed& deed, const States& allowed) {
-        const std::size_t before = openDescriptors("self");
+        const std::size_t before = openDescriptors().size();
         std::uint64_t moment = 0;
         for (bool failed = true; failed && !HasFailure();) {
             SCOPED_TRACE("allocation " + std::to_string(++moment));
@@ -137,7 +140,7 @@ protected:
             client.reset();
             watcher.reset();
             server.reset();
-            EXPECT_EQ(openDescriptors("self"), before);
+            EXPECT_EQ(openDescriptors().size(), before);
         }
         EXPECT_GT(moment, 1u);
         std::cout << moment - 1 << " moments\n";

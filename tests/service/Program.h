@@ -1,14 +1,12 @@
 #ifndef CDXTESTS_SERVICE_PROGRAM_H
 #define CDXTESTS_SERVICE_PROGRAM_H
 
+#include <support/ProcessState.h>
 #include <support/Tcp.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <spawn.h>
 #include <stdexcept>
 #include <string>
@@ -17,27 +15,6 @@
 #include <vector>
 
 namespace cdxservice {
-
-/// How many descriptors a process has, and the memory that is its own; "self": this process.
-inline std::size_t openDescriptors(const std::string& process) {
-    using Folder = std::filesystem::directory_iterator;
-    return static_cast<std::size_t>(std::distance(Folder("/proc/" + process + "/fd"), Folder()));
-}
-inline long residentKib(const std::string& process) {
-    std::ifstream status("/proc/" + process + "/status");
-    long kibibytes = 0;
-    for (std::string word; status >> word && word != "VmRSS:";) {
-    }
-    status >> kibibytes;
-    return kibibytes;
-}
-
-/// Whether the memory of a process tells of what it holds: a sanitizer keeps what was freed.
-#ifdef CDX_SANITIZED
-constexpr bool memoryTells = false;
-#else
-constexpr bool memoryTells = true;
-#endif
 
 /// The program cdx-service as a user runs it.
 class Program {
@@ -81,8 +58,8 @@ public:
         const std::string first = line();
         return static_cast<std::uint16_t>(std::atoi(first.c_str() + first.rfind(':') + 1));
     }
-    std::size_t descriptors() const { return openDescriptors(std::to_string(m_pid)); }
-    long residentKib() const { return cdxservice::residentKib(std::to_string(m_pid)); }
+    std::size_t descriptors() const { return cdxtest::openDescriptors(std::to_string(m_pid)).size(); }
+    long residentKib() const { return cdxtest::residentKib(std::to_string(m_pid)); }
     void signal(int number) const { ::kill(m_pid, number); }
     /// The exit status; negative: the signal that ended it.
     int wait() {

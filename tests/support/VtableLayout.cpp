@@ -108,6 +108,17 @@ void forEachSymbol(const LoadedFile& file, Visit visit) {
     }
 }
 
+/// The process's own memory as it stands, also what a sanitizer keeps its own program from reading.
+std::vector<std::uintptr_t> wordsAt(std::uintptr_t address, std::size_t count) {
+    std::vector<std::uintptr_t> words(count);
+    std::ifstream memory("/proc/self/mem", std::ios::binary);
+    memory.seekg(static_cast<std::streamoff>(address));
+    if (!memory.read(reinterpret_cast<char*>(words.data()),
+                     static_cast<std::streamsize>(count * sizeof(std::uintptr_t))))
+        throw std::runtime_error("unreadable memory");
+    return words;
+}
+
 /// Where the functions of the class's table stand, in the order of its slots.
 std::vector<std::uintptr_t> functionsIn(const std::string& className, const std::vector<LoadedFile>& files) {
     const std::string wanted = "vtable for " + className;
@@ -116,9 +127,12 @@ std::vector<std::uintptr_t> functionsIn(const std::string& className, const std:
         forEachSymbol(file, [&](const Symbol& symbol) {
             if (std::strncmp(symbol.name, "_ZTV", 4) != 0 || demangled(symbol.name) != wanted)
                 return;
-            // Before the first slot stand the offset to the top of the object and the type information.
-            const auto* words = reinterpret_cast<const std::uintptr_t*>(symbol.address);
-            functions.assign(words + 2, words + symbol.size / sizeof *words);
+            // Before the first slot stand the offset to the top of the object and the type information; behind the last
+            // one may stand a sanitizer's padding.
+            functions = wordsAt(symbol.address, symbol.size / sizeof(std::uintptr_t));
+            functions.erase(functions.begin(), functions.begin() + 2);
+            while (!functions.empty() && functions.back() == 0)
+                functions.pop_back();
         });
         if (!functions.empty())
             return functions;
