@@ -1,11 +1,11 @@
 // Memory runs out at one piece, or at fifty in a row, while an application exchanges through the library.
 #include "MemorySweep.h"
 #include "OwnConnections.h"
-#include "ScarceMemory.h"
 #include "ServiceProcess.h"
 
 #include <CdxMoroClient.h>
 #include <oru/Log.h>
+#include <support/scarce/ScarceMemory.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,9 @@
 // Memory runs out at one piece, or at fifty in a row, while a program on the framework exchanges.
 #include "MemorySweep.h"
 #include "OwnConnections.h"
-#include "ScarceMemory.h"
 #include "ServiceProcess.h"
+
+#include <support/scarce/ScarceMemory.h>
 
 #include <gtest/gtest.h>
 

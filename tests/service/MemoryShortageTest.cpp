@@ -1,8 +1,8 @@
-#include "FailingAllocator.h"
 #include "Program.h"
 #include "ServiceFixture.h"
 
 #include <support/ProcessState.h>
+#include <support/scarce/ScarceMemory.h>
 
 #include <functional>
 #include <optional>
@@ -126,9 +126,10 @@ protected:
             SCOPED_TRACE("allocation " + std::to_string(++moment));
             begin();
             {
-                const cdxtest::FailingAllocations shortage(moment, GetParam());
+                const cdxtest::scarce::Spared spared;
+                cdxtest::scarce::refuse(moment, GetParam());
                 deed();
-                failed = shortage.hasFailed();
+                failed = cdxtest::scarce::end() >= moment;
             }
             client->close();
             if (server) {
