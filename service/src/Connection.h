@@ -25,8 +25,8 @@ public:
     virtual void wake() {}
     /// About the memory that requests not yet whole and answers not yet taken hold, beyond what every connection has.
     virtual std::size_t held() const = 0;
-    /// Grows with time: when the peer last gave or took what it holds memory with.
-    std::uint64_t lastProgress() const { return m_lastProgress; }
+    /// When the peer last gave or took what it holds memory with.
+    Time lastProgress() const { return m_lastProgress; }
 
     /// One too many: accepted only to say so.
     bool surplus = false;
@@ -34,7 +34,7 @@ public:
 protected:
     template <class Core>
     void progress(Core& core) {
-        m_lastProgress = core.nextProgress();
+        m_lastProgress = core.now();
     }
 
     /// What a connection keeps for its buffers; only more than that is held.
@@ -53,7 +53,7 @@ protected:
     }
 
 private:
-    std::uint64_t m_lastProgress = 0;
+    Time m_lastProgress = {};
 };
 
 } // namespace cdxservice

@@ -4,10 +4,8 @@
 
 namespace cdxservice {
 
-ListBody::ListBody(const ResourceSchema& schema, const RevisionLog& log, std::vector<ElementPtr> elements,
-                   std::vector<std::size_t> fields)
-    : m_schema(&schema), m_log(&log), m_revision(log.latest()), m_elements(std::move(elements)),
-      m_fields(std::move(fields)) {
+ListBody::ListBody(const ResourceSchema& schema, std::vector<ElementPtr> elements, std::vector<std::size_t> fields)
+    : m_schema(&schema), m_elements(std::move(elements)), m_fields(std::move(fields)) {
     constexpr std::size_t brackets = 2;
     m_remaining = brackets + (m_elements.empty() ? 0 : m_elements.size() - 1);
     std::string scratch;
@@ -51,11 +49,6 @@ void ListBody::writeOne(OutBuffer& out, const ElementPtr& element) const {
     } else {
         writeElement(out.text(), *m_schema, element->values(), m_fields);
     }
-}
-
-std::size_t ListBody::held() const {
-    const bool changed = m_log->latest() != m_revision;
-    return m_elements.capacity() * sizeof(ElementPtr) + (changed ? static_cast<std::size_t>(m_remaining) : 0);
 }
 
 } // namespace cdxservice

@@ -3,7 +3,6 @@
 
 #include "Element.h"
 #include "OutBuffer.h"
-#include "RevisionLog.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,23 +15,20 @@ namespace cdxservice {
 /// that takes nothing costs a pointer for each element and the part at hand, not the whole text.
 class ListBody {
 public:
-    /// `fields`: those to write, ascending; empty: all. The log outlives the body.
-    ListBody(const ResourceSchema& schema, const RevisionLog& log, std::vector<ElementPtr> elements,
-             std::vector<std::size_t> fields);
+    /// `fields`: those to write, ascending; empty: all.
+    ListBody(const ResourceSchema& schema, std::vector<ElementPtr> elements, std::vector<std::size_t> fields);
 
     /// Bytes still to be written; at first, of all.
     std::uint64_t remaining() const { return m_remaining; }
     /// Appends to `out` until it holds `bytes` or, with one element, more. False when nothing is left to write.
     bool write(OutBuffer& out, std::size_t bytes);
-    /// About the memory that goes with the body: once the resource has changed, it may be the last to hold an element.
-    std::size_t held() const;
+    /// The memory that is its own; the elements have other owners, or are shared by all lists of that moment.
+    std::size_t held() const { return m_elements.capacity() * sizeof(ElementPtr); }
 
 private:
     void writeOne(OutBuffer& out, const ElementPtr& element) const;
 
     const ResourceSchema* m_schema;
-    const RevisionLog* m_log;
-    Revision m_revision;
     std::vector<ElementPtr> m_elements;
     std::vector<std::size_t> m_fields;
     std::size_t m_next = 0;

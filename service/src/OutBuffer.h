@@ -26,8 +26,8 @@ public:
 
     bool empty() const { return m_text.empty() && m_shared.empty(); }
     std::size_t size() const { return m_text.size() + m_sharedSize; }
-    /// The memory that goes with it, all that is shared included.
-    std::size_t held() const { return m_text.capacity() + m_sharedSize; }
+    /// The memory that is its own; what it shares has other owners.
+    std::size_t held() const { return m_text.capacity(); }
     /// What is still to be written, for asio; valid until the next call that is not const.
     struct View {
         using value_type = boost::asio::const_buffer;

@@ -267,7 +267,7 @@ Response Router::answerList(const Route& route, const RequestHead& head) const {
         link.append("?").append(query.next()).append(">; rel=\"next\"");
         response.addHeader("Link", link);
     }
-    response.list.emplace(resource.schema(), resource.log(), std::move(page.elements), query.fields());
+    response.list.emplace(resource.schema(), std::move(page.elements), query.fields());
     return response;
 }
 

@@ -16,6 +16,10 @@ constexpr std::size_t maxSurplus = 1024;
 /// What an element may have over the limit of a body.
 constexpr std::size_t elementAllowance = 1024;
 
+/// Beyond what connections may hold, those end that have moved nothing for so long; at several times of it, at once.
+constexpr std::chrono::seconds stillAfter(5);
+constexpr std::size_t urgentFactor = 4;
+
 } // namespace
 
 ServerCore::ServerCore(boost::asio::io_context& context, const ServerOptions& given, Access::Rules rules)
@@ -105,6 +109,9 @@ void ServerCore::tick() {
     const auto time = now();
     forEach(m_connections, [&](Connection& connection) { connection.checkTime(time); });
     relieve();
+    if (const auto ended = std::exchange(m_relieved, 0); ended > 0) {
+        log(std::to_string(ended) + " connections are ended that held memory and moved nothing for longest");
+    }
     exchange.expire();
 }
 
@@ -115,24 +122,26 @@ void ServerCore::grown(std::size_t bytes) {
     }
 }
 
-/// Whoever has not moved a byte for longest has the least to lose. Takes no memory, which may be what is short.
+/// Whoever has not moved a byte for longest has the least to lose; whoever has just moved one may only be waiting for
+/// its turn. Takes no memory, which may be what is short.
 void ServerCore::relieve() {
     m_grown = 0;
     std::size_t held = 0;
     forEach(m_connections, [&](Connection& connection) { held += connection.held(); });
-    std::size_t ended = 0;
-    for (; held > options.maxHeldBytes; ++ended) {
+    while (held > options.maxHeldBytes) {
         Connection* stillest = nullptr;
         forEach(m_connections, [&](Connection& connection) {
             if (connection.held() > 0 && (!stillest || connection.lastProgress() < stillest->lastProgress())) {
                 stillest = &connection;
             }
         });
+        const bool isUrgent = held / urgentFactor > options.maxHeldBytes;
+        if (!isUrgent && now() - stillest->lastProgress() < stillAfter) {
+            return;
+        }
         held -= stillest->held();
         stillest->close();
-    }
-    if (ended > 0) {
-        log(std::to_string(ended) + " connections are ended that held memory and moved nothing for longest");
+        ++m_relieved;
     }
 }
 

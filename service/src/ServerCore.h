@@ -50,7 +50,6 @@ public:
     void tick();
     /// A connection holds more than before; others may have to end for it, or itself.
     void grown(std::size_t bytes);
-    std::uint64_t nextProgress() { return ++m_progress; }
     /// Every connection ends; `idle` is called once none is left.
     void stop(std::function<void()> idle);
     void closeAll();
@@ -73,7 +72,7 @@ private:
     std::deque<std::weak_ptr<Connection>> m_surplus; ///< Oldest first; those gone drop out as it is used.
     std::size_t m_served = 0;
     std::size_t m_grown = 0; ///< Since it was last looked at what all hold together.
-    std::uint64_t m_progress = 0;
+    std::size_t m_relieved = 0; ///< Connections ended for what they held, not yet logged.
     bool m_wakeDue = false;
     bool m_stopping = false;
     std::function<void()> m_idle;

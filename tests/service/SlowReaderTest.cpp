@@ -53,6 +53,16 @@ protected:
         awaitAnswer(reader);
         return reader;
     }
+    TcpPeer subscribeAndReadNothing() {
+        TcpPeer reader = connectNarrow();
+        reader.send(
+            "GET /CarDataExchange HTTP/1.1\r\n" + host() +
+            "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: "
+            "dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Protocol: cdx.v1\r\n\r\n" +
+            cdxtest::encode({cdxtest::Opcode::text, R"({"op":"subscribe","sub":1,"resource":"cdxConfig"})"}, true));
+        awaitAnswer(reader);
+        return reader;
+    }
     static void awaitAnswer(const TcpPeer& reader) {
         pollfd answered = {reader.fd(), POLLIN, 0};
         EXPECT_EQ(::poll(&answered, 1, 20'000), 1);
@@ -83,12 +93,7 @@ TEST_F(SlowReaders, OfAnAnswerAreEndedWhenTheyTakeNothing) {
 
 TEST_F(SlowReaders, OfAChannelAreEndedWhenTheyTakeNothing) {
     fill(40, 200'000);
-    TcpPeer reader = connectNarrow();
-    reader.send("GET /CarDataExchange HTTP/1.1\r\n" + host() +
-                "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: "
-                "dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Protocol: cdx.v1\r\n\r\n" +
-                cdxtest::encode({cdxtest::Opcode::text, R"({"op":"subscribe","sub":1,"resource":"cdxConfig"})"}, true));
-    awaitAnswer(reader);
+    TcpPeer reader = subscribeAndReadNothing();
     EXPECT_TRUE(isEndedByTheService(options.stallTimeout));
     reader.readToEnd();
     EXPECT_LT(reader.received().size(), whole);
@@ -142,6 +147,19 @@ protected:
     }
     ~HeldMemory() override { server.reset(); }
 
+    /// Moves the clock on, and returns once the service has looked at what is held: the end of a message's time is told
+    /// after that.
+    void advance(std::chrono::seconds by) {
+        make(dataPath, R"({"timestamp":)" + std::to_string(clock->sinceEpoch().count()) + R"(,"timeToLive":)" +
+                           std::to_string(by.count()) + "}");
+        cdxtest::WebSocketPeer witness = channel();
+        witness.text(R"({"op":"subscribe","sub":1,"resource":"cdxData"})");
+        while (text(message(witness).at("op")) != "current") {
+        }
+        clock->advance(by);
+        EXPECT_TRUE(message(witness).contains("removed"));
+    }
+
     std::atomic<int> relieved = 0;
 };
 
@@ -152,6 +170,7 @@ TEST_F(HeldMemory, IsTakenFromThoseWhoMoveNothingForLongest) {
     const auto deadline = std::chrono::steady_clock::now() + cdxtest::patience;
     while (relieved == 0 && std::chrono::steady_clock::now() < deadline) {
         readers.push_back(askAndReadNothing());
+        clock->advance(std::chrono::milliseconds(1));
     }
     EXPECT_TRUE(residentKib() - before < 64 * 1024 || !memoryTells);
     readers.front().readToEnd();
@@ -159,6 +178,33 @@ TEST_F(HeldMemory, IsTakenFromThoseWhoMoveNothingForLongest) {
     TcpPeer& last = readers.back();
     ASSERT_TRUE(last.takeUntil("\r\n\r\n"));
     EXPECT_TRUE(last.take(whole)) << "the last one is served on";
+}
+
+TEST_F(HeldMemory, IsLeftForAWhileToThoseWhoHaveJustMoved) {
+    fill(3'000, 1'000);
+    std::vector<TcpPeer> readers;
+    for (int i = 0; i < 150; ++i) {
+        readers.push_back(askAndReadNothing());
+    }
+    client->patch(text(boost::json::parse(client->get(std::string(configPath) + "?limit=1").body).at(0).at("uri")),
+                  R"({"recordId":"r"})");
+    advance(std::chrono::seconds(1));
+    EXPECT_EQ(relieved, 0) << "beyond the bound, but nobody is still yet";
+    advance(std::chrono::seconds(5));
+    EXPECT_GT(relieved, 0);
+    TcpPeer& last = readers.back();
+    ASSERT_TRUE(last.takeUntil("\r\n\r\n"));
+    EXPECT_TRUE(last.take(whole)) << "only so many end as must";
+}
+
+TEST_F(HeldMemory, OfAnEventThatAllShareIsNoReasonToEndAnyChannel) {
+    std::vector<TcpPeer> channels;
+    for (int i = 0; i < 20; ++i) {
+        channels.push_back(subscribeAndReadNothing());
+    }
+    make(configPath, R"({"recordBody":")" + std::string(900'000, 'x') + "\"}");
+    advance(std::chrono::seconds(10));
+    EXPECT_EQ(relieved, 0);
 }
 
 TEST_F(HeldMemory, OfBodiesThatNeverEndIsBounded) {

@@ -45,9 +45,10 @@ struct ServerOptions {
     /// From an unfinished request's first byte to the end of its connection.
     std::chrono::milliseconds requestTimeout = std::chrono::minutes(5);
     /// From the last byte that a channel's peer took, while more waits for it, to the end of the channel.
-    std::chrono::milliseconds stallTimeout = std::chrono::minutes(5);
-    /// What all requests that are not whole yet and all answers and events that are not taken yet may hold together.
-    /// Beyond, connections end, first the one that has moved no byte for longest.
+    std::chrono::milliseconds stallTimeout = std::chrono::hours(1);
+    /// What all requests that are not whole yet and all answers and events that are not taken yet may hold together,
+    /// each for itself. Beyond, connections end that have moved no byte for five seconds, the stillest first; beyond
+    /// four times of it, at once.
     std::size_t maxHeldBytes = 67'108'864;
     /// How long stop() waits for peers to close their side.
     std::chrono::milliseconds closeTimeout = std::chrono::milliseconds(500);
