@@ -110,6 +110,7 @@ TEST_F(Load, OfManyConnectionsThroughTheFrameworkLeavesThemAllWithTheSameState) 
     std::mutex mutex;
     std::condition_variable changed;
     std::map<std::string, std::size_t> states; // how many programs have the element under this name
+    states[""] = programs;
     std::vector<std::string> latest(programs);
     std::vector<std::shared_ptr<xal::XalServiceRegistry>> registries;
     std::vector<std::shared_ptr<xal::Subscription>> subscriptions(programs); // of the task executor's thread
@@ -134,7 +135,6 @@ TEST_F(Load, OfManyConnectionsThroughTheFrameworkLeavesThemAllWithTheSameState) 
         };
         registries.back()->registerServiceListener(listener);
     }
-    states[""] = programs;
     const auto allHave = [&](const std::string& name) {
         std::unique_lock<std::mutex> lock(mutex);
         return changed.wait_for(lock, std::chrono::minutes(2), [&] { return states[name] == programs; });

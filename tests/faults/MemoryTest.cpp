@@ -215,10 +215,12 @@ void exchange(const Shortage& shortage, std::uint16_t port) {
     shortage.phase("stop", [&] { program.stop(); });
 }
 
-class OutOfMemory : public ::testing::TestWithParam<const char*> {
+class OutOfMemoryForGood : public ::testing::Test {
 protected:
     ServiceProcess m_service;
 };
+
+class OutOfMemory : public OutOfMemoryForGood, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(OutOfMemory, AtOnePieceIsSurvivedByAProgramOnTheFramework) {
     sweep(GetParam(), 17, 1, [this](const Shortage& shortage) { exchange(shortage, m_service.port()); });
@@ -226,6 +228,11 @@ TEST_P(OutOfMemory, AtOnePieceIsSurvivedByAProgramOnTheFramework) {
 
 TEST_P(OutOfMemory, AtFiftyPiecesIsSurvivedByAProgramOnTheFramework) {
     sweep(GetParam(), 101, 50, [this](const Shortage& shortage) { exchange(shortage, m_service.port()); });
+}
+
+TEST_F(OutOfMemoryForGood, KeepsNobodyFromDroppingAndClosing) {
+    constexpr std::size_t all = 1'000'000'000;
+    sweep("stop", 5, all, [this](const Shortage& shortage) { exchange(shortage, m_service.port()); });
 }
 
 INSTANTIATE_TEST_SUITE_P(During, OutOfMemory,

@@ -7,11 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <dirent.h>
 #include <e2e/Vehicle.h>
 #include <fcntl.h>
 #include <string>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <vector>
 
 namespace cdxtest {
@@ -115,6 +117,40 @@ TEST_F(Shortage, NoDescriptorIsInheritedByAChild) {
             EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << "descriptor " << descriptor;
         }
     }
+}
+
+/// How many sockets a program finds open that is started here and now.
+int socketsOfAChild() {
+    const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen("ls -l /proc/self/fd | grep -c socket:", "re"),
+                                                       &::pclose);
+    int sockets = -1;
+    EXPECT_EQ(std::fscanf(output.get(), "%d", &sockets), 1);
+    return sockets;
+}
+
+TEST_F(Shortage, NoChildOfAnExchangingProgramInheritsASocketOrHarmsIt) {
+    const int before = socketsOfAChild();
+    FaultProxy proxy(m_service.port());
+    FrameworkUser user(proxy.port());
+    ASSERT_TRUE(user.start());
+    constexpr int children = 30;
+    for (int i = 0; i < children; ++i) {
+        if (i % 10 == 5)
+            proxy.endAll(FaultProxy::End::Reset); // connections are made anew meanwhile
+        user.create(std::to_string(i));
+        EXPECT_EQ(socketsOfAChild(), before);
+        const pid_t child = ::fork();
+        if (child == 0)
+            ::_exit(0);
+        EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+    }
+    for (int i = 0; i < children; ++i)
+        EXPECT_NE(user.statusOf(std::to_string(i)), -1);
+    for (const auto& [name, results] : user.results())
+        EXPECT_EQ(results, 1) << name;
+    user.create("last");
+    EXPECT_EQ(user.statusOf("last"), 201);
+    EXPECT_TRUE(user.sees("last"));
 }
 
 } // namespace

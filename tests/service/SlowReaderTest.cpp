@@ -185,6 +185,7 @@ TEST_F(HeldMemory, IsLeftForAWhileToThoseWhoHaveJustMoved) {
     std::vector<TcpPeer> readers;
     for (int i = 0; i < 150; ++i) {
         readers.push_back(askAndReadNothing());
+        clock->advance(std::chrono::milliseconds(1));
     }
     client->patch(text(boost::json::parse(client->get(std::string(configPath) + "?limit=1").body).at(0).at("uri")),
                   R"({"recordId":"r"})");
@@ -223,7 +224,7 @@ TEST_F(HeldMemory, OfBodiesThatNeverEndIsBounded) {
     const long grown = residentKib() - before;
     std::cout << "100 bodies of a MiB that never end: grown by " << grown << " KiB\n";
     EXPECT_GT(relieved, 0);
-    EXPECT_TRUE(grown < 48 * 1024 || !memoryTells);
+    EXPECT_TRUE(grown < 80 * 1024 || !memoryTells) << "four times the bound, and buffers that were doubled";
     EXPECT_EQ(client->post(configPath, "{}").status, 201) << "whoever holds nothing is not ended";
 }
 

@@ -186,8 +186,10 @@ private:
         const Address& address = m_addresses[m_nextAddress++];
         // Opened here, and not by the stream, so that no child process can inherit it at any moment.
         const int descriptor = ::socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        if (descriptor < 0)
-            return finish("no socket: " + Error(errno, boost::system::system_category()).message());
+        if (descriptor < 0) {
+            m_failure = "no socket: " + Error(errno, boost::system::system_category()).message();
+            return connect();
+        }
         Error error;
         lowest().socket().assign(address.storage.ss_family == AF_INET6 ? Tcp::v6() : Tcp::v4(), descriptor, error);
         if (error) {

@@ -1,5 +1,7 @@
 #include "CurrentElements.h"
 
+#include "Telling.h"
+
 #include <stdexcept>
 
 namespace xal::detail {
@@ -12,7 +14,7 @@ bool CurrentElements::change(const Json& json) {
         throw std::runtime_error("the id is empty");
     const auto known = m_byId.find(id);
     if (known == m_byId.end()) {
-        m_elements.push_front(ListedElement{id, json, m_make(json), true});
+        m_elements.push_front(ListedElement{id, json, buildOrRefuse([&] { return m_make(json); }), true});
         try {
             m_byId.emplace(std::move(id), m_elements.begin());
         } catch (...) {
@@ -27,7 +29,7 @@ bool CurrentElements::change(const Json& json) {
     listed.confirmed = true;
     const bool news = !again || !(*listed.json == *json);
     if (news) {
-        listed.element = m_make(json);
+        listed.element = buildOrRefuse([&] { return m_make(json); });
         listed.json = json;
     }
     m_elements.splice(m_elements.begin(), m_elements, known->second);

@@ -5,7 +5,6 @@
 #include <xalutil/ProcessEnd.h>
 #include <xalutil/StopCallback.h>
 
-#include <limits>
 #include <stdexcept>
 
 namespace xal {
@@ -50,9 +49,17 @@ bool Inbox::add(Entry entry) {
 }
 
 void Inbox::schedule() {
-    persist([this] {
-        m_tasks->post([self = shared_from_this()] { self->drain(); }, [self = shared_from_this()] { self->discard(); });
-    });
+    persist(
+        [this] {
+            m_tasks->post([self = shared_from_this()] { self->drain(); },
+                          [self = shared_from_this()] { self->discard(); });
+        },
+        [this] { return isShut(); });
+}
+
+bool Inbox::isShut() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_isShut;
 }
 
 void Inbox::drain() {
@@ -104,12 +111,11 @@ void Inbox::deliverAndLeave(Entry& entry) {
         }
     } const leaving{*this, entry};
     try {
-        // A service's coming and going must be told. An event could be one that no memory suffices for.
-        constexpr int always = std::numeric_limits<int>::max();
+        const auto isOver = [this] { return isShut(); };
         if (entry.subscription)
-            tellOnce([&] { entry.subscription->deliver(entry.event); });
+            tellOnce([&] { entry.subscription->deliver(entry.event); }, isOver);
         else
-            tellOnce(entry.call, always);
+            tellOnce(entry.call, isOver);
     } catch (...) {
         const std::string where = (m_service.empty() ? "" : m_service + (entry.subscription ? "/" : ": ")) +
                                   (entry.subscription ? entry.subscription->name() + ":" : entry.what) + " handler";

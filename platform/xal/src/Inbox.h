@@ -55,8 +55,9 @@ private:
     };
 
     bool add(Entry entry);
-    /// Waits for memory where there is none: what waits here must not be stuck.
+    /// Waits for memory where there is none, unless it is shut: what waits here must not be stuck.
     void schedule();
+    bool isShut();
     void drain();
     bool next(Entry& entry);
     void deliverAndLeave(Entry& entry);

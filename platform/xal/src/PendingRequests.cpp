@@ -16,6 +16,8 @@ PendingRequests::Ticket PendingRequests::add(const std::string& name, IServiceCo
     ticket->name = name;
     ticket->handler = std::move(answer);
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_room.capacity() <= m_pending.size())
+        m_room.reserve(2 * m_pending.size() + 1);
     ticket->place = m_pending.insert(m_pending.end(), ticket);
     return ticket;
 }
@@ -29,14 +31,19 @@ void PendingRequests::answer(const Ticket& ticket, Response response, Value valu
         ticket->response = std::move(response);
         ticket->value = std::move(value);
     }
-    persist([&] {
-        m_tasks->post([self = shared_from_this(), ticket] { self->run(ticket); },
-                      [self = shared_from_this(), ticket] { self->drop(ticket); });
-    });
+    const bool isPosted = persist(
+        [&] {
+            m_tasks->post([self = shared_from_this(), ticket] { self->run(ticket); },
+                          [self = shared_from_this(), ticket] { self->drop(ticket); });
+        },
+        [this] { return m_isClosing || xalutil::isProcessEnding(); });
+    // On the executor's own thread failAll() still runs it.
+    if (!isPosted && !m_tasks->isHere())
+        drop(ticket);
 }
 
 void PendingRequests::fail(const Ticket& ticket) {
-    answer(ticket, persist([] { return std::make_shared<const XalResponse>(0); }));
+    answer(ticket, m_failure);
 }
 
 bool PendingRequests::claim(const Ticket& ticket, IServiceConnection::Answer& handler) {
@@ -74,7 +81,7 @@ void PendingRequests::run(const Ticket& ticket) {
         }
     } const atEnd{*this, ticket, handler};
     try {
-        tellOnce([&] { handler(ticket->response, ticket->value); });
+        tellOnce([&] { handler(ticket->response, ticket->value); }, [this] { return m_isClosing.load(); });
     } catch (...) {
         throw std::runtime_error(describeThrown(ticket->name + ": result handler"));
     }
@@ -88,8 +95,9 @@ void PendingRequests::drop(const Ticket& ticket) {
     finish(ticket);
 }
 
-void PendingRequests::runHere(const std::list<Ticket>& tickets) {
-    const bool isStopped = persist([this] { return m_tasks->isStopped(); });
+void PendingRequests::runHere(const std::vector<Ticket>& tickets) {
+    bool isStopped = false;
+    persistForASecond([&] { isStopped = m_tasks->isStopped(); });
     for (const Ticket& ticket : tickets) {
         if (isStopped) {
             drop(ticket);
@@ -98,16 +106,19 @@ void PendingRequests::runHere(const std::list<Ticket>& tickets) {
         try {
             run(ticket);
         } catch (const std::exception& e) {
-            persist([&] { m_tasks->report(e.what()); });
+            persistForASecond([&] { m_tasks->report(e.what()); });
         }
     }
 }
 
 void PendingRequests::failAll() {
-    const std::list<Ticket> tickets = persist([this] {
+    m_isClosing = true;
+    std::vector<Ticket> tickets;
+    {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_pending;
-    });
+        tickets.swap(m_room);
+        persistForASecond([&] { tickets.assign(m_pending.begin(), m_pending.end()); });
+    }
     for (const Ticket& ticket : tickets)
         fail(ticket);
     if (m_tasks->isHere())

@@ -5,12 +5,14 @@
 
 #include <xal/Service.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <list>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace xal {
 
@@ -29,9 +31,10 @@ public:
 
     /// `name` is what an error of the handler is reported under.
     Ticket add(const std::string& name, IServiceConnection::Answer answer);
-    /// The first answer to a ticket counts; its handler then runs on the task executor.
+    /// The first answer to a ticket counts; its handler then runs on the task executor. Waits for memory where there is
+    /// none, but no longer than failAll() lets it: then the result is dropped.
     void answer(const Ticket& ticket, Response response, Value value = nullptr);
-    /// Answers it with status 0. Waits for memory where there is none.
+    /// Answers it with status 0.
     void fail(const Ticket& ticket);
 
     /// Lets everything pending fail that has no answer yet, and returns when no handler is waiting or running any more:
@@ -43,12 +46,15 @@ private:
     void finish(const Ticket& ticket);
     void run(const Ticket& ticket);
     void drop(const Ticket& ticket);
-    void runHere(const std::list<Ticket>& tickets);
+    void runHere(const std::vector<Ticket>& tickets);
 
     const std::shared_ptr<Tasks> m_tasks;
+    const Response m_failure = std::make_shared<const XalResponse>(0);
+    std::atomic<bool> m_isClosing{false};
     std::mutex m_mutex; ///< guards the list and every entry
     std::condition_variable m_over;
     std::list<Ticket> m_pending; ///< in the order in which they were made
+    std::vector<Ticket> m_room;  ///< empty, with room for all of them: closing must not need memory
 };
 
 class PendingRequests::Entry {

@@ -52,9 +52,15 @@ void add(xalutil::HttpHeaders& headers, const std::string& name, const std::stri
         headers.emplace_back(name, value);
 }
 
-void addToken(xalutil::HttpHeaders& headers, xalutil::ILogger& logger) {
+/// Null where there is none.
+const char* tokenFile() {
     const char* const path = std::getenv("XAL_TOKEN_FILE");
-    if (path == nullptr || *path == '\0')
+    return path == nullptr || *path == '\0' ? nullptr : path;
+}
+
+void addToken(xalutil::HttpHeaders& headers, xalutil::ILogger& logger) {
+    const char* const path = tokenFile();
+    if (path == nullptr)
         return;
     std::ifstream file(path, std::ios::binary);
     const std::string token = withoutBlanks({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
@@ -102,7 +108,7 @@ xalutil::HttpHeaders RequestHeaders::collect(xalutil::ILogger& logger) const {
 }
 
 void RequestHeaders::addTo(xalutil::HttpRequest& request, xalutil::ILogger& logger) const {
-    if (addMap(request.headers, logger))
+    if (addMap(request.headers, logger) || tokenFile() == nullptr)
         return;
     request.connectionHeaders = [&logger] {
         xalutil::HttpHeaders headers;

@@ -1,3 +1,5 @@
+#include "Telling.h"
+
 #include <xal/Service.h>
 
 #include <new>
@@ -52,7 +54,7 @@ AnyElement makeCreated(const Response& response, const Value& value, MakeElement
         return nullptr;
     try {
         if (value)
-            return make(value->asObject());
+            return buildOrRefuse([&, json = value->asObject()] { return make(json); });
         logUnusable(connection, name + ": answer", "it holds no element");
     } catch (const std::bad_alloc&) {
         throw; // says nothing about the answer
@@ -85,7 +87,8 @@ bool makeList(const Response& response, const Value& value, MakeElement make, co
     for (std::size_t i = 0; i < entries->size(); ++i) {
         try {
             auto entry = entries->getObject(i);
-            elements.push_back(ListedElement{entry->getString("id"), entry, make(entry), true});
+            auto element = buildOrRefuse([&] { return make(entry); });
+            elements.push_back(ListedElement{entry->getString("id"), entry, std::move(element), true});
         } catch (const std::bad_alloc&) {
             throw;
         } catch (const std::exception& e) {

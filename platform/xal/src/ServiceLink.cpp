@@ -19,6 +19,8 @@ constexpr milliseconds longestEnd(1000);
 /// An attempt that waits for a loss to be told looks again after this: without memory nobody says that it is.
 constexpr milliseconds longestHold(1000);
 constexpr int normalClosure = 1000;
+/// Of a listener's service object that no memory suffices for: five seconds.
+constexpr int mostTries = 100;
 
 constexpr int badRequest = 400;
 constexpr int unprocessable = 422;
@@ -89,6 +91,16 @@ void ServiceLink::onLoop(Function function) {
     });
 }
 
+template <class Function>
+void ServiceLink::persistOnLoop(Function function) {
+    persist([&] { onLoop(function); }, [this] { return isClosed(); });
+}
+
+bool ServiceLink::isClosed() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_isClosed;
+}
+
 std::shared_ptr<ServiceLink> ServiceLink::make(std::shared_ptr<const RegistryContext> context, LinkSettings settings,
                                                std::shared_ptr<xalutil::ILogger> logger) {
     std::shared_ptr<ServiceLink> link(new ServiceLink(std::move(context), std::move(settings), std::move(logger)));
@@ -100,11 +112,9 @@ void ServiceLink::prepare() {
     const std::weak_ptr<ServiceLink> weak = weak_from_this();
     m_inbox = std::make_shared<Inbox>(m_context->tasks, m_settings.address.service, [weak] {
         if (const auto self = weak.lock())
-            persist([&] {
-                self->onLoop([](ServiceLink& link) {
-                    if (link.m_channel)
-                        link.m_channel->resume();
-                });
+            self->persistOnLoop([](ServiceLink& link) {
+                if (link.m_channel)
+                    link.m_channel->resume();
             });
     });
     m_manager = std::make_shared<WebsocketManagers::Manager>([weak] {
@@ -123,7 +133,8 @@ void ServiceLink::prepare() {
 
 void ServiceLink::addListener(Listener listener) {
     onLoop([listener = std::make_shared<Listener>(std::move(listener))](ServiceLink& link) {
-        persist([&] { link.m_listeners.push_back(listener); });
+        if (!persist([&] { link.m_listeners.push_back(listener); }, [&] { return link.isClosed(); }))
+            return;
         if (link.m_isConnected) {
             link.tellConnected(listener);
         } else if (!link.m_channel) {
@@ -155,7 +166,11 @@ void ServiceLink::send(Request request, Answer answer) {
     try {
         sendOrThrow(std::move(request), ticket);
     } catch (...) {
-        m_context->pending->answer(ticket, persist([kind] { return failedSending(kind, 0); }));
+        std::shared_ptr<const XalResponse> failure;
+        if (persistForASecond([&] { failure = failedSending(kind, 0); }))
+            m_context->pending->answer(ticket, std::move(failure));
+        else
+            m_context->pending->fail(ticket);
     }
 }
 
@@ -219,12 +234,15 @@ std::shared_ptr<Subscription> ServiceLink::subscribe(SubscribeRequest request, s
 void ServiceLink::release(const std::shared_ptr<ActiveSubscription>& subscription) {
     if (!subscription->release())
         return;
-    persist([&] {
+    try {
         onLoop([subscription](ServiceLink& link) {
             link.m_table.remove(subscription);
             link.watchSubscriptions();
         });
-    });
+    } catch (const std::bad_alloc&) {
+        // Whoever drops may do so to give memory back, and must not wait for any: the table sees it at its next
+        // message.
+    }
 }
 
 void ServiceLink::unsubscribeFromAll() {
@@ -320,7 +338,7 @@ void ServiceLink::channelOpen() {
 }
 
 void ServiceLink::tellConnected(const std::shared_ptr<Listener>& listener) {
-    m_inbox->push("connected", [listener, self = shared_from_this(), connection = m_connections] {
+    m_inbox->push("connected", [listener, self = shared_from_this(), connection = m_connections, tries = 0]() mutable {
         try {
             if (listener->connected)
                 listener->connected(self);
@@ -328,6 +346,8 @@ void ServiceLink::tellConnected(const std::shared_ptr<Listener>& listener) {
             // Half-connected, a program would never hear again of what it wanted to subscribe to.
             if (Telling::hasHandlerBegun())
                 self->giveUp(connection);
+            else if (++tries == mostTries)
+                throw std::runtime_error("no memory for the service object");
             throw;
         }
     });
@@ -335,11 +355,12 @@ void ServiceLink::tellConnected(const std::shared_ptr<Listener>& listener) {
 }
 
 void ServiceLink::giveUp(unsigned connection) {
-    persist([&] {
-        onLoop([connection](ServiceLink& link) {
-            if (connection == link.m_connections && link.m_channel)
-                link.m_channel->close(normalClosure, "no memory for the connected call");
-        });
+    persistOnLoop([connection](ServiceLink& link) {
+        // Once: other listeners share the connection, and one that always throws must not take it from them for ever.
+        if (connection != link.m_connections || !link.m_channel || connection < link.m_mayGiveUp)
+            return;
+        link.m_mayGiveUp = connection + 2;
+        link.m_channel->close(normalClosure, "no memory for the connected call");
     });
 }
 
@@ -431,7 +452,8 @@ void ServiceLink::beginClose() {
     m_inbox->shut();
     if (question)
         question->cancel();
-    persist([this] { onLoop([](ServiceLink& link) { link.shutDown(); }); });
+    if (!persistForASecond([this] { onLoop([](ServiceLink& link) { link.shutDown(); }); }))
+        m_loop->stop();
     m_loop->finish();
 }
 
@@ -455,7 +477,7 @@ void ServiceLink::awaitClose() {
 void ServiceLink::end() {
     beginClose();
     // What is under way ends with the connection: nothing stays behind that keeps itself alive.
-    persist([this] {
+    persistForASecond([this] {
         m_loop->post([weak = weak_from_this()] {
             if (const auto self = weak.lock(); self && self->m_channel)
                 self->m_channel->abort("the process ends");

@@ -82,6 +82,10 @@ private:
     /// Runs a member function on the loop's thread, unless the link is gone by then.
     template <class Function>
     void onLoop(Function function);
+    /// The same, waiting for memory where there is none until the link is closed.
+    template <class Function>
+    void persistOnLoop(Function function);
+    bool isClosed();
 
     void sendOrThrow(Request&& request, const PendingRequests::Ticket& ticket);
     ServiceAddress address() const;
@@ -127,6 +131,7 @@ private:
     bool m_isConnected = false;
     bool m_isShutDown = false;
     unsigned m_connections = 0; ///< counts them, so that what is late is known to be so
+    unsigned m_mayGiveUp = 0;   ///< the first that may be ended for a connected call without memory
 };
 
 } // namespace xal

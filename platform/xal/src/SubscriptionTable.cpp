@@ -84,6 +84,10 @@ SubscriptionTable::Outcome SubscriptionTable::take(ChannelMessage message, std::
     if (found == m_byNumber.end())
         return TAKEN; // released
     const Subscription subscription = found->second;
+    if (subscription->isReleased()) { // and nobody could say so for want of memory
+        remove(subscription);
+        return TAKEN;
+    }
     switch (message.operation) {
     case ChannelMessage::SUBSCRIBED:
         return takeSubscribed(subscription, message);

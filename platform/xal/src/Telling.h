@@ -5,6 +5,8 @@
 
 #include <xalutil/StopCallback.h>
 
+#include <stdexcept>
+
 namespace xal {
 
 /// What leads to an application's handler on this thread, from its begin until detail::handlerBegins().
@@ -22,17 +24,35 @@ private:
 };
 
 /// Runs `tell`, which leads to an application's handler. Where memory is short before the handler begins, it is run
-/// again until there is some, `most` times at most and until the executor is stopped: what an application is told must
-/// not be lost for a moment's shortage. What the handler itself throws is its own.
-template <class Function>
-void tellOnce(const Function& tell, int most = 100) {
-    for (int i = 1;; ++i) {
+/// again until there is some, until the executor is stopped or `isOver`: what an application is told must not be lost
+/// for a shortage. What the handler itself throws is its own.
+template <class Function, class IsOver>
+void tellOnce(const Function& tell, const IsOver& isOver) {
+    for (;;) {
         const Telling telling;
         try {
             return tell();
         } catch (const std::bad_alloc&) {
-            if (Telling::hasHandlerBegun() || i == most || xalutil::StopCallback::isStopRequested())
+            if (Telling::hasHandlerBegun() || xalutil::StopCallback::isStopRequested() || isOver())
                 throw;
+        }
+        std::this_thread::sleep_for(pauseWithoutMemory);
+    }
+}
+
+/// Builds an object of an application's class. What wants more memory than there is, tried a few times, or than there
+/// could be, cannot be used, and must not hold up what can: std::runtime_error.
+template <class Build>
+auto buildOrRefuse(const Build& build) -> decltype(build()) {
+    constexpr int tries = 5;
+    for (int i = 1;; ++i) {
+        try {
+            return build();
+        } catch (const std::bad_array_new_length&) {
+            throw std::runtime_error("its construction asked for a length that is none");
+        } catch (const std::bad_alloc&) {
+            if (i == tries)
+                throw std::runtime_error("no memory for it");
         }
         std::this_thread::sleep_for(pauseWithoutMemory);
     }

@@ -1,4 +1,3 @@
-#include "Persist.h"
 #include "ServiceLink.h"
 
 #include <xal/ServiceRegistry.h>
@@ -45,6 +44,7 @@ public:
 
 private:
     std::vector<std::shared_ptr<ServiceLink>> links();
+    const std::map<std::string, std::shared_ptr<ServiceLink>>& closedLinks();
     LinkSettings settingsOf(const std::string& service) const;
 
     const std::shared_ptr<IConfigManager> m_config;
@@ -69,7 +69,7 @@ XalServiceRegistry::Impl::Impl(
     : m_config(std::move(config)), m_settings(std::move(settings)), m_serviceSettings(std::move(serviceSettings)),
       m_logger(makeLogger(loggers)), m_context(std::make_shared<RegistryContext>()),
       m_errors(std::make_shared<Inbox>(std::make_shared<Tasks>(task), std::string(), nullptr)), m_atProcessEnd([this] {
-          for (const auto& link : persist([this] { return links(); }))
+          for (const auto& [service, link] : closedLinks())
               link->end();
       }) {
     if (!m_config || !http)
@@ -157,24 +157,27 @@ std::vector<std::shared_ptr<ServiceLink>> XalServiceRegistry::Impl::links() {
     return result;
 }
 
+/// Closed, the registry gets no link any more: they are gone through without a lock and without memory.
+const std::map<std::string, std::shared_ptr<ServiceLink>>& XalServiceRegistry::Impl::closedLinks() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isClosed = true;
+    return m_links;
+}
+
 void XalServiceRegistry::Impl::unsubscribeFromAll() {
     for (const auto& link : links())
         link->unsubscribeFromAll();
 }
 
 void XalServiceRegistry::Impl::close() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_isClosed = true;
-    }
     // All of it stops first, then it is waited for: nothing starts while something else is waited for.
     m_errors->shut();
-    const auto all = persist([this] { return links(); });
-    for (const auto& link : all)
+    const auto& all = closedLinks();
+    for (const auto& [service, link] : all)
         link->beginClose();
     m_context->access->cancel();
     m_errors->close();
-    for (const auto& link : all)
+    for (const auto& [service, link] : all)
         link->awaitClose();
     m_context->pending->failAll();
 }

@@ -120,8 +120,7 @@ private:
         } catch (const HttpError& failure) {
             throw HttpError(parser.getStatus(), failure.what());
         }
-        const bool isRefused =
-            request.connectionHeaders && !used.headers->empty() && parser.getStatus() == unauthorized;
+        const bool isRefused = request.connectionHeaders && parser.getStatus() == unauthorized;
         if (isSent && !isRefused && parser.mayReuseConnection()) {
             m_kept = std::move(used);
             m_idleSince = Clock::now();

@@ -212,6 +212,20 @@ TEST_F(TokenFile, IsReadAnewOnceItWasRefused) {
     EXPECT_THAT(receive(tcp).head, HasSubstr("Bearer renewed\r\n"));
 }
 
+TEST_F(TokenFile, IsReadOnceItIsThere) {
+    write("");
+    connect();
+    update();
+    ASSERT_THAT(receive(tcp).head, Not(HasSubstr("Authorization")));
+    write("late");
+    answer(tcp, "401 Unauthorized");
+    EXPECT_THAT(results.await("failed"), StartsWith("failed 401"));
+    EXPECT_TRUE(tcp.readToEnd());
+    tcp.close();
+    update();
+    EXPECT_THAT(receive(tcp).head, HasSubstr("Bearer late\r\n"));
+}
+
 TEST_F(TokenFile, GivesWayToTheMapsOwnAuthorization) {
     client.makeRegistry();
     const auto headers = std::make_shared<xal::IServiceRegistry::RequestHeaders>();

@@ -42,14 +42,17 @@ protected:
         ++m_revision;
     }
     /// Waits until everything sent so far has been told.
-    void settle() {
+    void settle() { settleOn(*service); }
+    void settleOn(ItemService& itsService) {
         Event settled;
-        const auto held = service->subscribeResource<Item>(ItemDescriptor("cdxData"),
-                                                           [&](const Items&, const auto&) { settled.set(); });
-        for (auto message = readMessage(*channel); message.at("op") != "subscribe"; message = readMessage(*channel)) {
-        }
-        channel->text(subscribed(2));
-        channel->text(current(2, 0, 0));
+        const auto held = itsService.subscribeResource<Item>(ItemDescriptor("cdxData"),
+                                                             [&](const Items&, const auto&) { settled.set(); });
+        auto message = readMessage(*channel);
+        while (message.at("op") != "subscribe")
+            message = readMessage(*channel);
+        const auto number = static_cast<int>(message.at("sub").as_int64());
+        channel->text(subscribed(number));
+        channel->text(current(number, 0, 0));
         ASSERT_TRUE(settled.await());
         held->unsubscribe();
     }
@@ -64,6 +67,52 @@ protected:
 private:
     std::int64_t m_revision = 0;
 };
+
+/// A service class that no memory ever suffices for.
+struct HungryService {
+    explicit HungryService(const std::shared_ptr<xal::IServiceConnection>&) {
+        ++tries;
+        throw std::bad_alloc();
+    }
+    static std::string getServiceName() { return "CarDataExchange"; }
+    static std::atomic<int> tries;
+};
+
+std::atomic<int> HungryService::tries{0};
+
+TEST_F(Lifetime, CloseEndsAConnectedCallThatHasNoMemory) {
+    client.makeRegistry();
+    xal::ServiceListener<HungryService> listener;
+    listener.connected = [this](const auto&) { notified.add("connected"); };
+    client.registry->registerServiceListener(listener);
+    channel.emplace(peer.accept());
+    while (HungryService::tries < 2)
+        std::this_thread::yield();
+    client.close();
+    const int tries = HungryService::tries;
+    client.onTaskExecutor([] {});
+    EXPECT_EQ(HungryService::tries, tries);
+    EXPECT_EQ(notified.size(), 0u);
+}
+
+TEST_F(Lifetime, AConnectedCallThatRunsOutOfMemoryTakesTheConnectionFromOthersOnlyOnce) {
+    client.onConnected = [this](const auto&) { notified.add("good"); };
+    client.listen();
+    xal::ServiceListener<ItemService> hungry;
+    hungry.connected = [this](const auto&) {
+        notified.add("hungry");
+        throw std::bad_alloc();
+    };
+    client.registry->registerServiceListener(hungry);
+    channel.emplace(peer.accept());
+    ASSERT_TRUE(notified.awaitCount(2));
+    ASSERT_TRUE(channel->readClose());
+    channel->tcp().close();
+    channel.emplace(peer.accept());
+    ASSERT_TRUE(notified.awaitCount(4));
+    settleOn(*client.connection(2));
+    EXPECT_EQ(notified.lines(), (std::vector<std::string>{"good", "hungry", "good", "hungry"}));
+}
 
 TEST_F(Lifetime, UnsubscribeWaitsForACallbackOnAnotherThread) {
     Event isRunning, goOn;

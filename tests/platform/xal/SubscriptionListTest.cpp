@@ -20,6 +20,10 @@ public:
             throw std::runtime_error("picky");
         if (getName().isValid() && getName().getValue() == "odd")
             throw 5;
+        if (getName().isValid() && getName().getValue() == "vast")
+            throw std::bad_array_new_length();
+        if (getName().isValid() && getName().getValue() == "hungry")
+            throw std::bad_alloc();
     }
 };
 
@@ -215,8 +219,10 @@ TEST_F(ResourceSubscription, LogsAndDropsAnElementWhoseConstructionThrows) {
                                      [&](const std::vector<std::shared_ptr<const Picky>>&, const auto&) { ++count; });
     connection->changedId("a", "bad");
     connection->changedId("b", "odd");
+    connection->changedId("c", "vast");
+    connection->changedId("d", "hungry");
     EXPECT_EQ(count, 0u);
-    EXPECT_EQ(connection->log.lines.size(), 2u);
+    EXPECT_EQ(connection->log.lines.size(), 4u);
     connection->changedId("c", "good");
     EXPECT_EQ(count, 1u);
 }
