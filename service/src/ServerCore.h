@@ -71,7 +71,7 @@ private:
     Connections m_channels;
     std::deque<std::weak_ptr<Connection>> m_surplus; ///< Oldest first; those gone drop out as it is used.
     std::size_t m_served = 0;
-    std::size_t m_grown = 0; ///< Since it was last looked at what all hold together.
+    std::size_t m_grown = 0;    ///< Since it was last looked at what all hold together.
     std::size_t m_relieved = 0; ///< Connections ended for what they held, not yet logged.
     bool m_wakeDue = false;
     bool m_stopping = false;

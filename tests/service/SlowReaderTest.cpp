@@ -138,7 +138,7 @@ TEST_F(SlowReaders, ManyOfAListHoldLittleAndHarmNobody) {
 class HeldMemory : public SlowReaders {
 protected:
     HeldMemory() {
-        options.maxHeldBytes = 8'388'608;
+        options.maxHeldBytes = 2'097'152;
         options.log = [this](const std::string& line) {
             if (line.find("held memory") != std::string::npos) {
                 ++relieved;
@@ -172,7 +172,7 @@ TEST_F(HeldMemory, IsTakenFromThoseWhoMoveNothingForLongest) {
         readers.push_back(askAndReadNothing());
         clock->advance(std::chrono::milliseconds(1));
     }
-    EXPECT_TRUE(residentKib() - before < 64 * 1024 || !memoryTells);
+    EXPECT_TRUE(residentKib() - before < 32 * 1024 || !memoryTells);
     readers.front().readToEnd();
     EXPECT_LT(readers.front().received().size(), whole) << "the first to stand still";
     TcpPeer& last = readers.back();
@@ -183,7 +183,7 @@ TEST_F(HeldMemory, IsTakenFromThoseWhoMoveNothingForLongest) {
 TEST_F(HeldMemory, IsLeftForAWhileToThoseWhoHaveJustMoved) {
     fill(3'000, 1'000);
     std::vector<TcpPeer> readers;
-    for (int i = 0; i < 150; ++i) {
+    for (int i = 0; i < 40; ++i) {
         readers.push_back(askAndReadNothing());
         clock->advance(std::chrono::milliseconds(1));
     }
@@ -224,7 +224,7 @@ TEST_F(HeldMemory, OfBodiesThatNeverEndIsBounded) {
     const long grown = residentKib() - before;
     std::cout << "100 bodies of a MiB that never end: grown by " << grown << " KiB\n";
     EXPECT_GT(relieved, 0);
-    EXPECT_TRUE(grown < 80 * 1024 || !memoryTells) << "four times the bound, and buffers that were doubled";
+    EXPECT_TRUE(grown < 48 * 1024 || !memoryTells) << "four times the bound, and buffers that were doubled";
     EXPECT_EQ(client->post(configPath, "{}").status, 201) << "whoever holds nothing is not ended";
 }
 
