@@ -48,9 +48,9 @@ test-asan: setup ## All tests under AddressSanitizer, UndefinedBehaviorSanitizer
 	ctest --preset asan -j 4
 
 .PHONY: test-tsan
-test-tsan: setup ## All tests under ThreadSanitizer
+test-tsan: setup ## All tests under ThreadSanitizer, with XAL_INTERLEAVINGS (10000) random interleavings
 	@$(call build,tsan)
-	ctest --preset tsan -j 4
+	XAL_INTERLEAVINGS=$${XAL_INTERLEAVINGS:-10000} ctest --preset tsan -j 4
 
 .PHONY: soak
 soak: setup ## Exchange under random faults for SOAK_SECONDS (600), drawn from SEED (printed)
@@ -68,7 +68,7 @@ lint: setup-tools ## Check format, clang-tidy's findings and the tree's own rule
 	cmake/lint
 
 .PHONY: fuzz
-fuzz: setup-tools ## Run each fuzz target for a bounded number of inputs
+fuzz: setup ## Run each fuzz target for a bounded number of inputs
 	@cmake --preset fuzz >/dev/null
 	cmake --build --preset fuzz --target fuzz-targets
 	ctest --preset fuzz
