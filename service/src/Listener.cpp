@@ -16,7 +16,6 @@ namespace {
 constexpr int acceptedInARow = 64;
 constexpr std::chrono::milliseconds retryAfter(100);
 
-/// accept4 and socket take the flag along: between two calls another thread could start a program.
 /// Closes a descriptor that nobody came to own.
 struct Unowned {
     int descriptor;
@@ -27,6 +26,7 @@ struct Unowned {
     }
 };
 
+/// accept4 and socket take the flag along: between two calls another thread could start a program.
 int openSocket(const ip::tcp& protocol) {
     return ::socket(protocol.family(), protocol.type() | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol.protocol());
 }
