@@ -2,6 +2,8 @@
 
 #include <xalutil/ProcessEnd.h>
 
+#include <openssl/crypto.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <unistd.h>
@@ -34,6 +36,9 @@ void atExit() {
 Stages& stages() {
     static Stages& instance = *[] {
         auto* made = new Stages;
+        // OpenSSL's own exit handler is to be the older one: tasks and hooks may use TLS until ours has ended them.
+        // Asked for nothing at all it would not begin yet.
+        ::OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
         std::atexit(atExit);
         return made;
     }();

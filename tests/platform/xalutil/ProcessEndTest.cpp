@@ -1,4 +1,5 @@
 #include <support/Event.h>
+#include <xalutil/HttpSession.h>
 #include <xalutil/ProcessEnd.h>
 #include <xalutil/StopCallback.h>
 #include <xalutil/TaskExecutor.h>
@@ -144,6 +145,27 @@ TEST_F(ProcessEndDeathTest, ExitFromATaskOfItsOwnEndsToo) {
             Event().await(std::chrono::minutes(1));
         },
         ExitedWithCode(ownStatus), "");
+}
+
+TEST_F(ProcessEndDeathTest, TasksMayUseTlsUntilTheirExecutorsAreStopped) {
+    EXPECT_EXIT(
+        {
+            SingleThreadAsyncTaskExecutor executor("left", nullptr);
+            xalutil::PocoHttpSessionFactory sessions;
+            const auto first = sessions.createSession("https://localhost");
+            Event isRunning;
+            executor.execute([&] {
+                Event isTold;
+                const StopCallback onStop([&isTold] { isTold.set(); });
+                isRunning.set();
+                isTold.await();
+                if (sessions.createSession("https://localhost"))
+                    say("TLS is still there;");
+            });
+            isRunning.await();
+            std::exit(ownStatus);
+        },
+        ExitedWithCode(ownStatus), "TLS is still there;");
 }
 
 struct MakesAnExecutorWhenDestroyed {
