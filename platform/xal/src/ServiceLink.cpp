@@ -263,6 +263,14 @@ void ServiceLink::unsubscribeFromAll() {
 std::string ServiceLink::findBaseUri(Clock::time_point deadline) {
     if (m_context->registryUri.empty())
         return m_settings.address.baseUri;
+    struct Asking {
+        ServiceLink& link;
+        ~Asking() {
+            std::shared_ptr<xalutil::HttpSession> over; // with its connection, outside of the lock
+            const std::lock_guard<std::mutex> lock(link.m_mutex);
+            over.swap(link.m_question);
+        }
+    } const asking{*this};
     const auto found = m_context->access->askRegistry(m_context->registryUri, m_settings.address.service, deadline,
                                                       *m_logger, [this](std::shared_ptr<xalutil::HttpSession> session) {
                                                           const std::lock_guard<std::mutex> lock(m_mutex);

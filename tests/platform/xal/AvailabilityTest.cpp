@@ -420,6 +420,17 @@ TEST_F(RegistryMode, AsksBeforeEveryAttempt) {
     EXPECT_TRUE(client.connection(2));
 }
 
+TEST_F(RegistryMode, KeepsNoConnectionToTheRegistry) {
+    client.listen();
+    auto tcp = registry.acceptTcp();
+    tcp.takeUntil("\r\n\r\n");
+    const std::string body = R"({"uri":")" + peer.uri() + R"("})";
+    tcp.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+    const auto channel = peer.accept();
+    ASSERT_TRUE(client.connection());
+    EXPECT_TRUE(tcp.readToEnd(milliseconds(1000)));
+}
+
 TEST_F(RegistryMode, CarriesTheHeaders) {
     client.makeRegistry();
     const auto headers = std::make_shared<xal::IServiceRegistry::RequestHeaders>();
