@@ -82,8 +82,7 @@ struct SingleThreadAsyncTaskExecutor::State {
 
     void report(const std::string& what) const {
         try {
-            if (logger->isError())
-                logger->error("a task threw: " + what);
+            logger->error("a task threw: " + what);
         } catch (...) {
             reportShortage();
         }
