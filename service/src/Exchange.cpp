@@ -134,11 +134,8 @@ Exchange::Result Exchange::post(std::size_t index, const boost::json::object& bo
     if (postedId && !isElementId(*postedId) && !invalid) {
         invalid = Problem{422, "\"id\" is 1 to 128 of the letters, the digits, _ and -", pointerTo("id")};
     }
-    if (auto problem = tooLarge(document, values, bodyBytes)) {
-        return *problem;
-    }
     if (invalid) {
-        return *invalid;
+        return wrong(*invalid, document, values, bodyBytes);
     }
 
     const std::size_t elementId = *schema.find("elementId");
@@ -176,11 +173,8 @@ Exchange::Result Exchange::patch(std::size_t index, const ElementPtr& element, c
     }
     Values values = copyOf(element->values());
     const auto invalid = document.applyTo(values, true);
-    if (auto problem = tooLarge(document, element->values(), bodyBytes)) {
-        return *problem;
-    }
     if (invalid) {
-        return *invalid;
+        return wrong(*invalid, document, element->values(), bodyBytes);
     }
 
     std::vector<Change> changes;
@@ -223,8 +217,9 @@ std::optional<Problem> Exchange::remove(std::size_t index, const ElementPtr& ele
     return commit(removals(index, {element}), 0);
 }
 
-/// Only a document that cannot be told exactly, because it is wrong, is judged here; a right one by what it makes.
-std::optional<Problem> Exchange::tooLarge(const Document& document, const Values& values, std::size_t bodyBytes) const {
+/// What a wrong document would make cannot be told exactly: that it is too large, which comes first, is an estimate.
+Problem Exchange::wrong(const Problem& invalid, const Document& document, const Values& values,
+                        std::size_t bodyBytes) const {
     constexpr std::size_t keysAndIdentity = 1024;
     std::size_t bound = bodyBytes + keysAndIdentity;
     for (const Value& value : values) {
@@ -236,10 +231,8 @@ std::optional<Problem> Exchange::tooLarge(const Document& document, const Values
             }
         }
     }
-    if (bound > m_maxElementBytes && document.sizeOver(values) > m_maxElementBytes) {
-        return Problem{413, "the element would be too large"};
-    }
-    return std::nullopt;
+    const bool large = bound > m_maxElementBytes && document.sizeOver(values) > m_maxElementBytes;
+    return large ? Problem{413, "the element would be too large"} : invalid;
 }
 
 std::vector<Exchange::Change> Exchange::removals(std::size_t index, const std::vector<ElementPtr>& elements) const {

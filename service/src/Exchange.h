@@ -63,7 +63,7 @@ private:
         bool removed;
     };
 
-    std::optional<Problem> tooLarge(const Document& document, const Values& values, std::size_t bodyBytes) const;
+    Problem wrong(const Problem& invalid, const Document& document, const Values& values, std::size_t bodyBytes) const;
     /// Does all of the changes or, when it throws or tells a problem, none.
     std::optional<Problem> commit(const std::vector<Change>& changes, std::size_t numbered);
     std::optional<Problem> store(const std::vector<Change>& changes, std::size_t numbered);

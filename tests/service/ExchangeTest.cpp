@@ -225,6 +225,15 @@ TEST_F(ExchangeTest, TakesAnElementOfExactlyTheSizeAllowed) {
     EXPECT_EQ(status(patch("cdxConfig", id, "{\"recordBody\":\"" + std::string(1000 - rest, 'x') + "\"}")), 200);
 }
 
+TEST_F(ExchangeTest, CountsOfAPatchWhatTheElementKeepsOfIt) {
+    const std::string id = element(post("cdxConfig", R"({"recordBody":"","name":""})"))->id();
+    const std::size_t rest = exchange.resource(2).find(id)->json().size();
+    const std::string body = R"("recordBody":")" + std::string(1000 - rest, 'x') + '"';
+    EXPECT_EQ(status(patch("cdxConfig", id, "{" + body + R"(,"receiveTime":null})")), 200);
+    EXPECT_EQ(status(patch("cdxConfig", id, "{" + body + R"(,"name":"RefreshField^true>>"})")), 200);
+    EXPECT_EQ(status(patch("cdxConfig", id, "{" + body + R"(,"name":"RefreshField^true>>x"})")), 413);
+}
+
 TEST_F(ExchangeTest, StoresNothingWhenTheBackendDoesNot) {
     ScriptedBackend::Kept kept;
     Exchange stored(std::make_unique<ScriptedBackend>(kept), 100);
