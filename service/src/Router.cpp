@@ -60,10 +60,10 @@ bool isDocumentType(const RequestHead& head) {
 
 /// Whether one of a list of entity tags is this one. `weak`: those marked as weak count too.
 bool listsTag(const std::string& list, const std::string& tag, bool weak) {
+    if (list == "*") {
+        return true;
+    }
     for (std::string_view member : splitList(list)) {
-        if (member == "*") {
-            return true;
-        }
         if (weak && member.substr(0, 2) == "W/") {
             member.remove_prefix(2);
         }
@@ -143,8 +143,13 @@ std::optional<Response> Router::checkElement(const Route& route, const RequestHe
     if (!element) {
         return problem(404, "there is no such element");
     }
-    if (!head.reads() && head.value("If-Match") && !listsTag(head.combined("If-Match"), etag(*element), false)) {
-        return problem(412, "the element is not in the state that was named");
+    const auto names = [&](const char* field, bool weak) {
+        return listsTag(head.combined(field), etag(*element), weak);
+    };
+    const bool other = head.value("If-Match") && !names("If-Match", false);
+    const bool unwanted = head.value("If-None-Match") && names("If-None-Match", true);
+    if (!head.reads() && (other || unwanted)) {
+        return problem(412, "the element is not in a state that was asked for");
     }
     return std::nullopt;
 }

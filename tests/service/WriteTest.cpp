@@ -70,10 +70,28 @@ TEST_F(Writing, APreconditionHoldsForPatchAndDelete) {
     EXPECT_EQ(write("PATCH", "\"x\""), 412);
     EXPECT_EQ(write("PATCH", "W/" + tag), 412);
     EXPECT_EQ(write("DELETE", "\"x\""), 412);
+    EXPECT_EQ(write("DELETE", "\"x,*,y\""), 412) << "a tag may hold what separates tags";
     EXPECT_EQ(revision(), 1);
     EXPECT_EQ(write("PATCH", "\"x\", " + tag), 200);
     EXPECT_EQ(write("DELETE", tag), 412) << "the tag of an earlier state";
     EXPECT_EQ(write("DELETE", "*"), 204);
+}
+
+TEST_F(Writing, APreconditionMayNameTheStatesThatAreNotToBeChanged) {
+    const std::string path = std::string(configPath) + "/" + make(configPath, "{}");
+    const std::string tag = client->get(path).header("ETag");
+    const auto write = [&](const char* method, const std::string& match) {
+        return client
+            ->request(method, path, method[0] == 'P' ? R"({"recordId":"x"})" : "",
+                      jsonType + ("If-None-Match: " + match + "\r\n"))
+            .status;
+    };
+    EXPECT_EQ(write("PATCH", "*"), 412);
+    EXPECT_EQ(write("PATCH", tag), 412);
+    EXPECT_EQ(write("DELETE", "\"x\", W/" + tag), 412);
+    EXPECT_EQ(revision(), 1);
+    EXPECT_EQ(write("PATCH", "\"x\""), 200);
+    EXPECT_EQ(write("DELETE", tag), 204) << "the tag of an earlier state";
 }
 
 TEST_F(Writing, APreconditionComesBeforeTheBodyIsLookedAt) {
