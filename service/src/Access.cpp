@@ -39,7 +39,16 @@ bool isOpen(std::string_view path) {
 
 } // namespace
 
-Access::Access(Rules rules) : m_rules(std::move(rules)), m_session(randomHex(64)) {}
+Access::Access(Rules rules) : m_rules(std::move(rules)), m_session(randomHex(64)) {
+    for (const std::string& name : m_rules.hostNames) {
+        bool literal = false;
+        parseAddress(name, literal);
+        const auto authority = parseAuthority(name);
+        if (name.empty() || !(literal || (authority && authority->host == name && name.front() != '['))) {
+            throw std::runtime_error("not a host's name or address, without a port: " + name);
+        }
+    }
+}
 
 std::optional<Response> Access::refuse(const RequestHead& head, bool beginsSession) const {
     const auto authority = parseAuthority(head.host);
@@ -64,23 +73,19 @@ bool Access::isOurHost(std::string_view host) const {
     if (host.empty()) {
         return false;
     }
-    if (equalsIgnoringCase(host, "localhost") || equalsIgnoringCase(host, m_rules.boundAddress)) {
-        return true;
-    }
-    for (const std::string& name : m_rules.hostNames) {
-        if (equalsIgnoringCase(host, name)) {
-            return true;
-        }
-    }
     bool literal = false;
     const auto address = parseAddress(host, literal);
     // An IPv6 literal stands in brackets, an IPv4 one does not.
-    if (!literal || address.is_v6() != (host.front() == '[')) {
-        return false;
+    literal = literal && address.is_v6() == (host.front() == '[');
+    if (equalsIgnoringCase(host, "localhost") || (literal && address.is_loopback())) {
+        return true;
     }
-    bool bound = false;
-    const auto boundAddress = parseAddress(m_rules.boundAddress, bound);
-    return address.is_loopback() || (bound && address == boundAddress);
+    const auto isHost = [&](const std::string& name) {
+        bool named = false;
+        const auto own = parseAddress(name, named);
+        return equalsIgnoringCase(host, name) || (literal && named && address == own);
+    };
+    return isHost(m_rules.boundAddress) || std::any_of(m_rules.hostNames.begin(), m_rules.hostNames.end(), isHost);
 }
 
 bool Access::hasToken(const RequestHead& head) const {
@@ -137,7 +142,13 @@ std::string readToken(const std::string& file) {
     if (!stream) {
         throw std::runtime_error("the token file cannot be read: " + file);
     }
-    const std::string content{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    std::string content;
+    try {
+        content.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    } catch (const std::ios_base::failure&) {
+        // Opens like a file, but is a directory.
+        throw std::runtime_error("the token file cannot be read: " + file);
+    }
     constexpr const char* white = " \t\r\n\v\f";
     const auto begin = content.find_first_not_of(white);
     if (begin == std::string::npos) {

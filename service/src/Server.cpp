@@ -154,7 +154,7 @@ public:
         boost::system::error_code error;
         const auto address = asio::ip::make_address(m_options.bindAddress, error);
         if (error) {
-            throw std::runtime_error("not an address to bind to: " + m_options.bindAddress);
+            throw std::runtime_error("not an address to bind to, such as 127.0.0.1: " + m_options.bindAddress);
         }
         if (m_options.maxConnections == 0) {
             throw std::runtime_error("a service without connections serves nobody");

@@ -20,6 +20,12 @@ void raiseDescriptorLimit() {
     }
 }
 
+/// An option that is there says something: an empty token would be none, and "--host=" would take the next option's
+/// name.
+std::string checkGiven(const std::string& value) {
+    return value.empty() || value.substr(0, 2) == "--" ? "has no value" : "";
+}
+
 void logLine(const std::string& line) {
     const std::time_t now = std::time(nullptr);
     std::tm parts = {};
@@ -35,19 +41,26 @@ int main(int argc, char** argv) {
     cdxservice::ServerOptions options;
     options.port = 8080;
     CLI::App app("The car data exchange service: elements over HTTP, their changes over WebSocket.", "cdx-service");
-    app.add_option("--port", options.port, "Port to listen on; 0: any free one")->capture_default_str();
+    const CLI::Validator given(checkGiven, "");
+    app.add_option("--port", options.port, "Port to listen on; 0: any free one")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
     app.add_option("--bind", options.bindAddress, "Address to listen on; beyond loopback a token file is needed")
         ->type_name("ADDRESS")
+        ->check(given)
         ->capture_default_str();
     app.add_option("--host", options.hostNames, "Another name by which clients reach the service (repeatable)")
         ->type_name("NAME")
+        ->check(given)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("--token-file", options.tokenFile, "File with the token that clients present")->type_name("FILE");
+    app.add_option("--token-file", options.tokenFile, "File with the token that clients present")
+        ->type_name("FILE")
+        ->check(given);
     auto* certificate = app.add_option("--tls-cert", options.tlsCertificateFile, "Certificate chain, PEM: TLS only");
     auto* key = app.add_option("--tls-key", options.tlsKeyFile, "The certificate's key, PEM");
-    certificate->type_name("FILE")->needs(key);
-    key->type_name("FILE")->needs(certificate);
+    certificate->type_name("FILE")->needs(key)->check(given);
+    key->type_name("FILE")->needs(certificate)->check(given);
     app.add_option("--max-connections", options.maxConnections, "Connections served at a time")
         ->check(CLI::Range(1, 1'000'000))
         ->capture_default_str();

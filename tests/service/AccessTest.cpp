@@ -27,22 +27,23 @@ private:
 
 class Hosts : public ServiceFixture {
 protected:
-    Hosts() { options.hostNames = {"car.example"}; }
+    Hosts() { options.hostNames = {"car.example", "[2001:db8::1]", "2001:db8::2", "192.0.2.1"}; }
     int statusFor(const std::string& name) {
         return client->exchange("GET /health HTTP/1.1\r\nHost: " + name + "\r\n\r\n").status;
     }
 };
 
 TEST_F(Hosts, OfItsOwnAreAnswered) {
-    for (const char* name : {"127.0.0.1", "127.0.0.1:1", "127.1.2.3", "localhost", "LOCALHOST:80", "[::1]:5",
-                             "[0:0:0:0:0:0:0:1]", "car.example", "Car.Example:8080", "localhost:"}) {
+    for (const char* name :
+         {"127.0.0.1", "127.0.0.1:1", "127.1.2.3", "localhost", "LOCALHOST:80", "[::1]:5", "[0:0:0:0:0:0:0:1]",
+          "car.example", "Car.Example:8080", "localhost:", "[2001:db8::1]:80", "[2001:DB8:0::2]", "192.0.2.1:80"}) {
         EXPECT_EQ(statusFor(name), 200) << name;
     }
 }
 
 TEST_F(Hosts, OfOthersAreNot) {
     for (const char* name : {"", ":80", "evil", "localhost.evil", "localhost.", "127.1", "128.0.0.1", "0.0.0.0", "::1",
-                             "[::2]", "[127.0.0.1]", "other.example", "car.example.evil"}) {
+                             "[::2]", "[127.0.0.1]", "other.example", "car.example.evil", "[2001:db8::3]"}) {
         const int status = statusFor(name);
         EXPECT_EQ(status, std::string(name) == "::1" ? 400 : 421) << name;
     }
@@ -192,6 +193,14 @@ TEST(Start, FailsWithAnAddressThatIsNone) {
     ServerOptions options;
     options.bindAddress = "here";
     EXPECT_THROW(Server(options).start(), std::runtime_error);
+}
+
+TEST(Start, FailsWithAHostNameThatNoRequestCanBear) {
+    for (const char* name : {"", "car.example:80", "http://car.example", "car example", "[2001:db8::1]:80", "[here]"}) {
+        ServerOptions options;
+        options.hostNames = {name};
+        EXPECT_THROW(Server(options).start(), std::runtime_error) << name;
+    }
 }
 
 } // namespace
