@@ -3,6 +3,7 @@
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -11,6 +12,46 @@ namespace xal {
 namespace {
 
 constexpr std::int64_t largestNumber = (std::int64_t(1) << 53) - 1;
+
+/// What is left of an object that is nested more deeply than the parser goes, with null for all that is nested in it;
+/// empty for any other text.
+std::string withoutNestedParts(const std::string& text) {
+    std::string outermost;
+    std::size_t depth = 0, deepest = 0;
+    bool isInString = false, isEscaped = false;
+    for (const char c : text) {
+        const std::size_t before = depth;
+        if (isInString) {
+            isInString = isEscaped || c != '"';
+            isEscaped = !isEscaped && c == '\\';
+        } else if (c == '"') {
+            isInString = true;
+        } else if (c == '{' || c == '[') {
+            deepest = std::max(deepest, ++depth);
+        } else if ((c == '}' || c == ']') && depth > 0) {
+            --depth;
+        }
+        if (before == 1 && depth == 2)
+            outermost += "null";
+        else if (before <= 1)
+            outermost += c;
+    }
+    return depth == 0 && deepest > xalutil::JsonParser::deepestNesting ? outermost : std::string();
+}
+
+/// An element that is nested too deeply is of no use, but the message that brings it has its place in the order.
+xalutil::JsonValue parse(const xalutil::JsonParser& parser, const std::string& text) {
+    try {
+        return parser.parse(text);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        const std::string outermost = withoutNestedParts(text);
+        if (outermost.empty())
+            throw;
+        return parser.parse(outermost);
+    }
+}
 
 std::int64_t readNumber(const xalutil::JsonObject& json, const char* key) {
     const std::int64_t number = json.getInt64(key);
@@ -75,7 +116,7 @@ std::string encodeUnsubscribe(std::int64_t number) {
 }
 
 ChannelMessage decodeMessage(const xalutil::JsonParser& parser, const std::string& text) {
-    const auto json = parser.parse(text).asObject();
+    const auto json = parse(parser, text).asObject();
     const std::string operation = json->getString("op");
     ChannelMessage message;
     if (operation != "error" || json->has("sub"))

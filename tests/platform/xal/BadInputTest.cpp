@@ -89,6 +89,26 @@ INSTANTIATE_TEST_SUITE_P(FromTheService, UnusableEvent,
                                          R"(,"element":{"id":5})", R"(,"element":{"id":""})", R"(,"removed":5)",
                                          R"(,"removed":"a","element":{"id":"a"})"));
 
+std::string nested(std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+}
+
+TEST_F(Channel, MovesThePositionPastElementsThatAreNestedTooDeeply) {
+    auto channel = connectAndSubscribe();
+    channel.text(R"({"op":"event","sub":1,"prev":1,"rev":2,"element":{"id":"x","]}\"":)" + nested(200) + "}}");
+    channel.text(R"({"op":"event","sub":1,"prev":2,"rev":3,"element":)" + nested(500'000) + "}");
+    channel.text(changed(1, 3, 4, "b"));
+    EXPECT_EQ(notified.await("b"), "b a");
+    EXPECT_EQ(client.log->count("dropped"), 2u);
+}
+
+TEST_F(Channel, PassesOverMembersThatItDoesNotKnowHoweverDeeplyTheyAreNested) {
+    auto channel = connectAndSubscribe();
+    channel.text(R"({"op":"current","sub":1,"other":)" + nested(200) + R"(,"prev":1,"rev":2})");
+    channel.text(changed(1, 2, 3, "b"));
+    EXPECT_EQ(notified.await("b"), "b a");
+}
+
 struct BadFrame {
     const char* name;
     Frame frame;
