@@ -9,6 +9,7 @@
 #include <json/json.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <stdexcept>
 
 using BaseClient = zepclient::CdxBaseXalClient;
@@ -214,6 +215,20 @@ TEST_F(CdxBaseXalClientTest, ThreeStopsRemoveTheManagerOnceForEachFilling) {
     BaseClient::getInstance()->Stop();
 
     EXPECT_THAT(journal(), testing::Contains("remove manager CarDataExchange").Times(2));
+}
+
+// In a process of its own, since the instance is made once and released at exit. The fixture would make it before.
+TEST(CdxBaseXalClientDeathTest, TheInstanceTracesItsBeginningAndItsEndAtExitAndNothingElse) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            oru::Log::setReportingLevel(7);
+            BaseClient::getInstance();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "zepclient::CdxBaseXalClient::CdxBaseXalClient\\(\\):[0-9]+ \n"
+        "[^\n]*zepclient::CdxBaseXalClient::~CdxBaseXalClient\\(\\):[0-9]+ \n$");
 }
 
 } // namespace
