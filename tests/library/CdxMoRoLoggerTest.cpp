@@ -17,6 +17,7 @@ std::string outputOf(const std::function<void()>& body) {
     int ends[2];
     if (pipe(ends) != 0)
         throw std::runtime_error("no pipe");
+    std::fflush(stdout); // or the child writes once more what the runner has buffered
     const pid_t child = fork();
     if (child == 0) {
         dup2(ends[1], STDOUT_FILENO);
