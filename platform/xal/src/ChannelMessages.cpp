@@ -3,7 +3,6 @@
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 
-#include <algorithm>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -12,46 +11,6 @@ namespace xal {
 namespace {
 
 constexpr std::int64_t largestNumber = (std::int64_t(1) << 53) - 1;
-
-/// What is left of an object that is nested more deeply than the parser goes, with null for all that is nested in it;
-/// empty for any other text.
-std::string withoutNestedParts(const std::string& text) {
-    std::string outermost;
-    std::size_t depth = 0, deepest = 0;
-    bool isInString = false, isEscaped = false;
-    for (const char c : text) {
-        const std::size_t before = depth;
-        if (isInString) {
-            isInString = isEscaped || c != '"';
-            isEscaped = !isEscaped && c == '\\';
-        } else if (c == '"') {
-            isInString = true;
-        } else if (c == '{' || c == '[') {
-            deepest = std::max(deepest, ++depth);
-        } else if ((c == '}' || c == ']') && depth > 0) {
-            --depth;
-        }
-        if (before == 1 && depth == 2)
-            outermost += "null";
-        else if (before <= 1)
-            outermost += c;
-    }
-    return depth == 0 && deepest > xalutil::JsonParser::deepestNesting ? outermost : std::string();
-}
-
-/// An element that is nested too deeply is of no use, but the message that brings it has its place in the order.
-xalutil::JsonValue parse(const xalutil::JsonParser& parser, const std::string& text) {
-    try {
-        return parser.parse(text);
-    } catch (const std::bad_alloc&) {
-        throw;
-    } catch (const std::exception&) {
-        const std::string outermost = withoutNestedParts(text);
-        if (outermost.empty())
-            throw;
-        return parser.parse(outermost);
-    }
-}
 
 std::int64_t readNumber(const xalutil::JsonObject& json, const char* key) {
     const std::int64_t number = json.getInt64(key);
@@ -99,6 +58,71 @@ void readError(const xalutil::JsonObject& json, ChannelMessage& message) {
         message.text += (message.text.empty() ? "" : ": ") + detail;
 }
 
+ChannelMessage readMessage(const xalutil::JsonObject& json) {
+    const std::string operation = json.getString("op");
+    ChannelMessage message;
+    if (operation != "error" || json.has("sub"))
+        message.number = readNumber(json, "sub");
+    if (operation == "event") {
+        message.operation = ChannelMessage::EVENT;
+        readEvent(json, message);
+    } else if (operation == "current") {
+        message.operation = ChannelMessage::CURRENT;
+        message.previous = readNumber(json, "prev");
+        message.revision = readNumber(json, "rev");
+    } else if (operation == "subscribed") {
+        message.operation = ChannelMessage::SUBSCRIBED;
+        message.epoch = json.getString("epoch");
+        message.isResumed = json.getBool("resumed");
+    } else if (operation == "error") {
+        message.operation = ChannelMessage::ERROR;
+        readError(json, message);
+    } else {
+        throw std::runtime_error("unknown operation \"" + operation + "\"");
+    }
+    return message;
+}
+
+/// The text with null for all that is nested in the outermost object.
+std::string withoutNestedParts(const std::string& text) {
+    std::string outermost;
+    std::size_t depth = 0;
+    bool isInString = false, isEscaped = false;
+    for (const char c : text) {
+        const std::size_t before = depth;
+        if (isInString) {
+            isInString = isEscaped || c != '"';
+            isEscaped = !isEscaped && c == '\\';
+        } else if (c == '"') {
+            isInString = true;
+        } else if (c == '{' || c == '[') {
+            ++depth;
+        } else if ((c == '}' || c == ']') && depth > 0) {
+            --depth;
+        }
+        if (before == 1 && depth == 2)
+            outermost += "null";
+        else if (before <= 1)
+            outermost += c;
+    }
+    return outermost;
+}
+
+/// An event of which only the place in the order can be read; nothing where not even that can be.
+std::optional<ChannelMessage> readPlace(const xalutil::JsonParser& parser, const std::string& text) {
+    try {
+        auto message = readMessage(*parser.parse(withoutNestedParts(text)).asObject());
+        message.event.reset();
+        if (message.operation == ChannelMessage::EVENT)
+            return message;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        // Why the text cannot be read is known already.
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 std::string encodeSubscribe(const SubscribeRequest& request, std::int64_t number,
@@ -116,29 +140,19 @@ std::string encodeUnsubscribe(std::int64_t number) {
 }
 
 ChannelMessage decodeMessage(const xalutil::JsonParser& parser, const std::string& text) {
-    const auto json = parse(parser, text).asObject();
-    const std::string operation = json->getString("op");
-    ChannelMessage message;
-    if (operation != "error" || json->has("sub"))
-        message.number = readNumber(*json, "sub");
-    if (operation == "event") {
-        message.operation = ChannelMessage::EVENT;
-        readEvent(*json, message);
-    } else if (operation == "current") {
-        message.operation = ChannelMessage::CURRENT;
-        message.previous = readNumber(*json, "prev");
-        message.revision = readNumber(*json, "rev");
-    } else if (operation == "subscribed") {
-        message.operation = ChannelMessage::SUBSCRIBED;
-        message.epoch = json->getString("epoch");
-        message.isResumed = json->getBool("resumed");
-    } else if (operation == "error") {
-        message.operation = ChannelMessage::ERROR;
-        readError(*json, message);
-    } else {
-        throw std::runtime_error("unknown operation \"" + operation + "\"");
+    std::shared_ptr<xalutil::JsonObject> json;
+    try {
+        json = parser.parse(text).asObject();
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& e) {
+        auto message = readPlace(parser, text);
+        if (!message)
+            throw;
+        message->text = e.what();
+        return *message;
     }
-    return message;
+    return readMessage(*json);
 }
 
 } // namespace xal

@@ -30,7 +30,8 @@ struct ChannelMessage {
 };
 
 /// Throws a std::exception that says what is wrong: not JSON, no object, an unknown operation, a member that is missing
-/// or of another type. Unknown members are passed over.
+/// or of another type. Unknown members are passed over. Of an event that is unreadable only inside of its members, the
+/// place in the order is read: without it, it would come again for ever.
 ChannelMessage decodeMessage(const xalutil::JsonParser& parser, const std::string& text);
 
 } // namespace xal

@@ -16,6 +16,8 @@ using detail::JsonAccess;
 
 namespace {
 
+constexpr std::size_t deepestNesting = 128;
+
 /// A parsed text, in memory that is given back as a whole.
 struct Document {
     json::monotonic_resource memory;

@@ -70,8 +70,10 @@ INSTANTIATE_TEST_SUITE_P(FromTheService, BadMessage,
                                          R"({"op":"event","sub":1,"prev":1,"rev":9007199254740993,"removed":"a"})",
                                          R"({"op":"subscribed","sub":1,"epoch":5,"resumed":false})",
                                          R"({"op":"subscribed","sub":1,"epoch":"x","resumed":1})",
-                                         R"({"op":"current","sub":1,"prev":1})", R"({"op":"error","sub":1})",
-                                         std::string(100'000, '[')));
+                                         R"({"op":"current","sub":1,"prev":1})",
+                                         R"({"op":"current","sub":1,"prev":1,"rev":2,"other":{x}})",
+                                         R"({"op":"event","sub":1,"prev":1,"rev":2,"element":{"id":"x")",
+                                         R"({"op":"error","sub":1})", std::string(100'000, '[')));
 
 /// Events that cannot be used but are in order: they move the position.
 class UnusableEvent : public Channel, public testing::WithParamInterface<std::string> {};
@@ -87,7 +89,9 @@ TEST_P(UnusableEvent, MovesThePosition) {
 INSTANTIATE_TEST_SUITE_P(FromTheService, UnusableEvent,
                          testing::Values("", R"(,"element":5)", R"(,"element":null)", R"(,"element":{})",
                                          R"(,"element":{"id":5})", R"(,"element":{"id":""})", R"(,"removed":5)",
-                                         R"(,"removed":"a","element":{"id":"a"})"));
+                                         R"(,"removed":"a","element":{"id":"a"})",
+                                         R"(,"element":{"id":"x","name":"\ud800"})",
+                                         R"(,"element":{"id":"x",},"other":"\"}")", R"(,"removed":"a","other":{x})"));
 
 std::string nested(std::size_t depth) {
     return std::string(depth, '[') + std::string(depth, ']');
@@ -100,13 +104,6 @@ TEST_F(Channel, MovesThePositionPastElementsThatAreNestedTooDeeply) {
     channel.text(changed(1, 3, 4, "b"));
     EXPECT_EQ(notified.await("b"), "b a");
     EXPECT_EQ(client.log->count("dropped"), 2u);
-}
-
-TEST_F(Channel, PassesOverMembersThatItDoesNotKnowHoweverDeeplyTheyAreNested) {
-    auto channel = connectAndSubscribe();
-    channel.text(R"({"op":"current","sub":1,"other":)" + nested(200) + R"(,"prev":1,"rev":2})");
-    channel.text(changed(1, 2, 3, "b"));
-    EXPECT_EQ(notified.await("b"), "b a");
 }
 
 struct BadFrame {

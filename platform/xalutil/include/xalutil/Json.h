@@ -112,12 +112,10 @@ private:
     std::shared_ptr<const void> m_value; ///< shares the parsed text that it is the root of
 };
 
-/// Turns text into values: strict JSON in UTF-8, nested at most `deepestNesting` deep; of a key that stands twice in an
-/// object the last value holds. May be used from several threads at once.
+/// Turns text into values: strict JSON in UTF-8, nested at most 128 deep; of a key that stands twice in an object the
+/// last value holds. May be used from several threads at once.
 class JsonParser {
 public:
-    static constexpr std::size_t deepestNesting = 128;
-
     ~JsonParser();
     /// Throws a std::exception with line, column (in bytes, both from 1) and reason when the text is malformed.
     JsonValue parse(const std::string& text) const;
