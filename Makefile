@@ -69,8 +69,7 @@ lint: setup-tools ## Check format, clang-tidy's findings and the tree's own rule
 
 .PHONY: fuzz
 fuzz: setup ## Run each fuzz target for a bounded number of inputs
-	@cmake --preset fuzz >/dev/null
-	cmake --build --preset fuzz --target fuzz-targets
+	@$(call build,asan,--target fuzz-targets)
 	ctest --preset fuzz
 
 .PHONY: docs
