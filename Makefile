@@ -70,7 +70,7 @@ lint: setup-tools ## Check format, clang-tidy's findings and the tree's own rule
 .PHONY: fuzz
 fuzz: setup ## Run each fuzz target for a bounded number of inputs
 	@$(call build,asan,--target fuzz-targets)
-	ctest --preset fuzz
+	ctest --preset fuzz -j 4
 
 .PHONY: docs
 docs: setup-tools ## Make the reference of the public headers (build/docs/html)
