@@ -326,6 +326,21 @@ TEST_F(ExchangeTest, GoesOnFromWhatTheBackendHolds) {
     EXPECT_EQ(after.resource(2).nextElementId, 3u);
 }
 
+TEST_F(ExchangeTest, KnowsWhichRemovalsAreForgottenOfWhatTheBackendHolds) {
+    ScriptedBackend::Kept kept;
+    {
+        Exchange before(std::make_unique<ScriptedBackend>(kept), 1);
+        attach(before);
+        for (int i = 0; i < 2; ++i) {
+            before.remove(2, element(before.post(2, boost::json::parse("{}").as_object(), 2)));
+        }
+        EXPECT_EQ(before.resource(2).log().forgotten(), 2u);
+    }
+    const Exchange after(std::make_unique<ScriptedBackend>(kept), 1);
+    EXPECT_EQ(after.resource(2).log().forgotten(), 2u);
+    EXPECT_EQ(after.resource(2).log().latest(), 4u);
+}
+
 TEST_F(ExchangeTest, IsUsedByOneServerAtATime) {
     EXPECT_THROW(attach(exchange), std::runtime_error);
     exchange.detach();

@@ -24,8 +24,10 @@ struct StoredChange {
 
 /// Everything a service knew when it stopped.
 struct StoredState {
-    std::string epoch;                 ///< Empty: nothing was ever stored.
-    std::vector<StoredChange> changes; ///< Each element once, and the removals still kept, in rising revision.
+    std::string epoch; ///< Empty: nothing was ever stored.
+    /// Each element once, and the latest removals, in rising revision. Of each resource's removals at least one more
+    /// than the store remembers, if there were so many: it shows which ones are forgotten.
+    std::vector<StoredChange> changes;
 };
 
 /// Where changes are kept beyond the process. Without one a store lives as long as its object.
