@@ -1,29 +1,8 @@
 #include "ServiceFixture.h"
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <unistd.h>
+#include "TemporaryFile.h"
 
 namespace cdxservice {
 namespace {
-
-/// A file that goes with its object.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const std::string& content) {
-        std::string pattern = (std::filesystem::temp_directory_path() / "cdx-XXXXXX").string();
-        const int descriptor = ::mkstemp(pattern.data());
-        ::close(descriptor);
-        m_path = pattern;
-        std::ofstream(m_path) << content;
-    }
-    ~TemporaryFile() { std::filesystem::remove(m_path); }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
 
 class Hosts : public ServiceFixture {
 protected:
