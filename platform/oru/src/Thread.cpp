@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
+#include <cstring>
 #include <mutex>
 #include <pthread.h>
 #include <stdexcept>
@@ -25,10 +27,30 @@ struct Thread::State {
 
 namespace {
 
+using Body = void (*)(Thread*);
+
+/// What run() is for this object now. Once the object's destructor has begun it would be something else, and that may
+/// be before the new thread gets there.
+///
+/// As the C++ ABI (Itanium) has it: a pointer to a virtual member is its place in a table, and an object begins with
+/// the address of that table.
+Body bodyOf(const Thread& thread) {
+    void (Thread::*const member)() = &Thread::run;
+    std::ptrdiff_t place = 0;
+    std::memcpy(&place, &member, sizeof place);
+    place &= ~std::ptrdiff_t(1); // some processors mark here that the member is virtual
+    const char* table = nullptr;
+    std::memcpy(&table, static_cast<const void*>(&thread), sizeof table);
+    Body body = nullptr;
+    std::memcpy(&body, table + place, sizeof body);
+    return body;
+}
+
 /// What a new thread is handed.
 template <class State>
 struct Start {
     Thread& thread;
+    Body body;
     std::shared_ptr<State> state;
 };
 
@@ -66,7 +88,7 @@ void* Thread::main(void* argument) {
         state.changed.notify_all();
     }
     const AtEnd atEnd{state};
-    start->thread.run();
+    start->body(&start->thread);
     return nullptr;
 }
 
@@ -75,12 +97,12 @@ void Thread::start() {
     std::unique_lock<std::mutex> lock(state->mutex);
     if (state->isStarted)
         throw std::logic_error("a thread can be started only once");
-    auto handedOver = std::make_unique<Start<State>>(Start<State>{*this, state});
+    auto handedOver = std::make_unique<Start<State>>(Start<State>{*this, bodyOf(*this), state});
     if (const int error = pthread_create(&state->handle, nullptr, &Thread::main, handedOver.get()))
         throw std::system_error(error, std::generic_category(), "cannot start a thread");
     handedOver.release();
     state->isStarted = true;
-    // Whoever destroys the derived object right after start() would otherwise often do so before run() was entered.
+    // Whoever destroys the object right after start() would otherwise mostly do so before its body has begun.
     state->changed.wait(lock, [&] { return state->hasBegun; });
 }
 

@@ -180,6 +180,21 @@ TEST(ThreadTest, DestructorJoinsWhatWasStarted) {
     EXPECT_TRUE(hasReturned);
 }
 
+/// Nothing of the object, and so nothing that its destruction could take from the body.
+class Counting : public oru::Thread {
+public:
+    void run() override { ++runs; }
+    static std::atomic<int> runs;
+};
+std::atomic<int> Counting::runs{0};
+
+TEST(ThreadTest, BodyRunsThoughItsObjectGoesRightAfterTheStart) {
+    constexpr int starts = 1000;
+    for (int i = 0; i < starts; ++i)
+        Counting().start();
+    EXPECT_EQ(Counting::runs, starts);
+}
+
 TEST(ThreadTest, DetachedThreadIsNotWaitedFor) {
     Event mayReturn;
     Event hasReturned;
