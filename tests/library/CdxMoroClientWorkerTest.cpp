@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <thread>
+
 using Client = zepclient::CdxMoroClient;
 CDX_REVEAL(WorkersClientIsRunning, Client, m_isRunning, bool);
 
@@ -48,6 +50,18 @@ TEST_F(CdxMoroClientWorkerTest, AWakeUpEndsItWhateverIsRunningHolds) {
     client->join();
 
     EXPECT_TRUE((*client).*reveal(cdxtest::WorkersClientIsRunning()));
+}
+
+TEST_F(CdxMoroClientWorkerTest, OneWakeUpEndsEveryThreadThatWaits) {
+    client->start();
+    ASSERT_TRUE(log.waitFor(waiting));
+    log.clear();
+    std::thread another([this] { client->run(); });
+    ASSERT_TRUE(log.waitFor(waiting));
+
+    client->SendWakeupSignal();
+    client->join();
+    another.join();
 }
 
 TEST_F(CdxMoroClientWorkerTest, StoppingTracesAndWakes) {

@@ -76,6 +76,32 @@ TEST_F(CdxXalAccessDescriptorsTest, AMasterControlTakesEveryKeyOfItsTable) {
                             "5 CdxXalAccess::PopulateMasterCtlDescFromJson Size of permistted data type = 2"));
 }
 
+/// The keys whose setters were called, in that order.
+std::vector<std::string> keysSet(const xal::XalFilter& filter) {
+    std::vector<std::string> keys;
+    for (const auto& pair : filter.getPairs())
+        keys.push_back(pair.first);
+    return keys;
+}
+
+TEST_F(CdxXalAccessDescriptorsTest, KeysAreTakenInTheirTablesOrder) {
+    EXPECT_THAT(keysSet(config(R"({"expiryTime":1,"elementId":1,"recordBody":"b","receiveTime":1,"recordId":"r",)"
+                               R"("spApplication":"s"})")
+                            .getFilter()),
+                ElementsAre("elementId", "expiryTime", "receiveTime", "recordBody", "recordId", "spApplication"));
+    EXPECT_THAT(keysSet(trigger(R"({"correlationTag":"k","elementId":1,"expirationTime":1,"messageContent":"c",)"
+                                R"("isTechnicalReceiptRequested":true,"messageId":"m","messageSignature":"s",)"
+                                R"("messageType":"t","receiveTime":1})")
+                            .getFilter()),
+                ElementsAre("elementId", "expirationTime", "receiveTime", "messageContent", "messageSignature",
+                            "messageType", "messageId", "correlationTag", "isTechnicalReceiptRequested"));
+    EXPECT_THAT(
+        keysSet(masterControl(R"({"backendChannelControl":1,"dataDeliveryResult":1,"elementId":1,)"
+                              R"("eventTicket":"e","permittedDataType":["x"]})")
+                    .getFilter()),
+        ElementsAre("eventTicket", "elementId", "dataDeliveryResult", "backendChannelControl", "permittedDataType"));
+}
+
 TEST_F(CdxXalAccessDescriptorsTest, AbsentKeysLeaveEveryFieldUnset) {
     EXPECT_EQ("{}", config("{}").getAsJson()->toString());
     EXPECT_EQ("{}", trigger("{}").getAsJson()->toString());

@@ -235,6 +235,18 @@ TEST_F(ConfigurationManagerTest, AValueThatCannotBeConvertedThrowsTheJsonLibrary
     EXPECT_THROW(load("{}", R"({"timeOut":2147483648})"), Json::Exception);
 }
 
+TEST_F(ConfigurationManagerTest, AValueThatCannotBeConvertedEndsTheReadingAtItsPlace) {
+    EXPECT_THROW(load(R"({"httpUri":[]})", "{}"), Json::Exception);
+    EXPECT_EQ(documentOf(R"({"mode":null,"httpUri":[]})"), registryDocument);
+    EXPECT_TRUE(serviceDocument.empty());
+
+    EXPECT_THROW(load("{}", R"({"serverBasePathWS":[]})"), Json::Exception);
+    EXPECT_EQ(documentOf(R"({"serverBaseUri":null,"serverBasePathHTTP":null,"serverBasePathWS":[]})"), serviceDocument);
+
+    EXPECT_THROW(load("{}", R"({"separator":[]})"), Json::Exception);
+    EXPECT_FALSE(serviceDocument.isMember("timeOut"));
+}
+
 TEST_F(ConfigurationManagerTest, OtherTypesAreReadByTheJsonLibrarysRules) {
     load(R"({"mode":1,"httpUri":true,"serviceSettings":[{"service":2,"useSeparator":1,"timeOut":3.0}]})",
          R"({"serverBaseUri":4})");

@@ -219,6 +219,19 @@ TEST_F(CdxMoroClientTest, StopStopsTheFacadeAndEmptiesTheLibraryWideHandlersOnly
     EXPECT_THAT(calls, ElementsAre("updated"));
 }
 
+TEST_F(CdxMoroClientTest, StopEmptiesTheDeleteHandlerBeforeTheMessageProcessor) {
+    const auto noteEnd = [this](const char* name) {
+        return std::shared_ptr<void>(nullptr, [this, name](void*) { calls.push_back(name); });
+    };
+    client->setMsgProcessorCallback([held = noteEnd("message processor")](oru::Json::Value) {});
+    client->setMsgProcessorDeleteCallback([held = noteEnd("delete handler")](std::string) {});
+    start();
+
+    client->StopCdxMoroClient();
+
+    EXPECT_THAT(calls, ElementsAre("delete handler", "message processor"));
+}
+
 TEST_F(CdxMoroClientTest, AStoppedClientCanBeStartedAgain) {
     start();
     client->StopCdxMoroClient();
