@@ -2,6 +2,8 @@
 
 #include <xal/Service.h>
 
+#include <stdexcept>
+
 // What a subscription's holder is told, and when. The connection says what happened; here it becomes notifications.
 // All of it runs on the thread on which the connection tells its events, one at a time.
 
@@ -13,8 +15,10 @@ class Watcher {
 public:
     Watcher(const Connection& connection, const SubscribeRequest& request, MakeElement make)
         : m_connection(connection), m_name(request.serviceName + "/" + request.resourceName), m_elements(make) {
-        if (request.kind == SubscribeRequest::ELEMENT)
-            m_name += "/" + request.id;
+        if (request.kind == SubscribeRequest::ELEMENT) {
+            m_id = request.id;
+            m_name += "/" + m_id;
+        }
     }
     virtual ~Watcher() = default;
     Watcher(const Watcher&) = delete;
@@ -61,6 +65,8 @@ protected:
 private:
     bool change(const Event& event) {
         try {
+            if (!m_id.empty() && event.element && event.element->getString("id") != m_id)
+                throw std::runtime_error("it is another one");
             return m_elements.change(event.element);
         } catch (const std::bad_alloc&) {
             throw; // says nothing about the element
@@ -74,6 +80,7 @@ private:
 
     std::weak_ptr<IServiceConnection> m_connection;
     std::string m_name;
+    std::string m_id; ///< of the one element that is watched; empty: all are
     CurrentElements m_elements;
     bool m_over = false;
 };

@@ -316,6 +316,15 @@ TEST_F(ElementSubscription, IsToldOfRemovalWithNothing) {
     EXPECT_THAT(told, ElementsAre("1", "-"));
 }
 
+TEST_F(ElementSubscription, IsToldOfNoOtherElement) {
+    connection->changedId("b", "2");
+    EXPECT_THAT(told, IsEmpty());
+    connection->changedId("a", "1");
+    connection->removed("b");
+    connection->removed("a");
+    EXPECT_THAT(told, ElementsAre("1", "-"));
+}
+
 TEST_F(ElementSubscription, IsToldOnceOfRemoval) {
     connection->changedId("a", "1");
     connection->removed("a");
