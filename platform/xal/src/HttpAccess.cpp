@@ -93,8 +93,8 @@ std::string HttpAccess::askRegistry(const std::string& registryUri, const std::s
         throw std::runtime_error("there is no transport");
     xalutil::HttpRequest question;
     question.target = joinPath(uri.path, percentEncode(service));
-    m_headers->addTo(question, logger);
     question.headers.emplace_back("Accept", "application/json");
+    m_headers->addTo(question, logger);
     const std::shared_ptr<xalutil::HttpSession> session = m_sessions->createSession(uri.httpOrigin());
     started(session);
     const auto answer = session->exchange(question, deadline);

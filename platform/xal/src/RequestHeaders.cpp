@@ -108,7 +108,14 @@ xalutil::HttpHeaders RequestHeaders::collect(xalutil::ILogger& logger) const {
 }
 
 void RequestHeaders::addTo(xalutil::HttpRequest& request, xalutil::ILogger& logger) const {
-    if (addMap(request.headers, logger) || tokenFile() == nullptr)
+    const auto own = std::exchange(request.headers, {});
+    const bool isAuthorized = addMap(request.headers, logger);
+    std::copy_if(own.begin(), own.end(), std::back_inserter(request.headers),
+                 [named = request.headers](const auto& one) {
+                     return std::none_of(named.begin(), named.end(),
+                                         [&](const auto& other) { return sameName(other.first, one.first.c_str()); });
+                 });
+    if (isAuthorized || tokenFile() == nullptr)
         return;
     request.connectionHeaders = [&logger] {
         xalutil::HttpHeaders headers;

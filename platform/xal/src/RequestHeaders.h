@@ -28,7 +28,8 @@ public:
     /// what the message's framing says of itself.
     xalutil::HttpHeaders collect(xalutil::ILogger& logger) const;
     /// The same for a request over a connection that may be kept: the token is the one that the file held when the
-    /// connection was made. The logger must outlive the request.
+    /// connection was made. What the request has already gives way to the map's of that name. The logger must outlive
+    /// the request.
     void addTo(xalutil::HttpRequest& request, xalutil::ILogger& logger) const;
 
 private:

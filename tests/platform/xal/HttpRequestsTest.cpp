@@ -153,6 +153,17 @@ TEST_F(HttpRequests, CarryWhatTheMapHoldsAtThatMoment) {
     EXPECT_THAT(receive(tcp).head, HasSubstr("X-One: 2\r\n"));
 }
 
+TEST_F(HttpRequests, CarryTheMapsHeaderInThePlaceOfTheirOwn) {
+    connect();
+    const auto headers = std::make_shared<xal::IServiceRegistry::RequestHeaders>();
+    (*headers)["content-type"] = std::make_shared<std::string>("application/json");
+    (*headers)["Accept"] = nullptr;
+    client.registry->setRequestHeaders(headers);
+    update();
+    EXPECT_THAT(receive(tcp).head, AllOf(HasSubstr("content-type: application/json\r\n"),
+                                         Not(HasSubstr("Content-Type")), HasSubstr("Accept: application/json\r\n")));
+}
+
 /// A file with a token, named by the environment.
 class TokenFile : public HttpRequests {
 protected:
