@@ -100,7 +100,7 @@ void Thread::start() {
     auto handedOver = std::make_unique<Start<State>>(Start<State>{*this, bodyOf(*this), state});
     if (const int error = pthread_create(&state->handle, nullptr, &Thread::main, handedOver.get()))
         throw std::system_error(error, std::generic_category(), "cannot start a thread");
-    handedOver.release();
+    static_cast<void>(handedOver.release());
     state->isStarted = true;
     // Whoever destroys the object right after start() would otherwise mostly do so before its body has begun.
     state->changed.wait(lock, [&] { return state->hasBegun; });
