@@ -130,7 +130,8 @@ TEST_F(Restarts, RefusalsForTenMinutesKeepToTheirDelaysAndEndWithTheServicesRetu
     proxy.refuse(false);
     const auto back = steady_clock::now();
     ASSERT_TRUE(connects(*user, 2));
-    EXPECT_LT(steady_clock::now() - back, seconds(5) + milliseconds(200) * fastclock::factor);
+    EXPECT_LT(steady_clock::now() - back, seconds(5) + seconds(1) * fastclock::factor)
+        << "with leave for a busy machine";
 }
 
 TEST_F(Restarts, AServiceThatAcceptsAndClosesForTenMinutesIsMetWithTheSameDelays) {
@@ -164,7 +165,7 @@ TEST_F(Restarts, FiveHundredInARowLeaveNothingBehind) {
               << " ms at most, " << after.allocated - before->allocated << " KiB and "
               << after.descriptors - before->descriptors << " descriptors more after the last than after " << settled
               << "\n";
-    EXPECT_LE(longest, seconds(5) + milliseconds(200) * fastclock::factor);
+    EXPECT_LE(longest, seconds(5) + seconds(1) * fastclock::factor) << "with leave for a busy machine";
     EXPECT_LT(after.allocated - before->allocated, 512);
     EXPECT_LE(after.descriptors, before->descriptors + 4) << "connections that the service is just closing";
     HttpTestClient vehicle(m_service->port());

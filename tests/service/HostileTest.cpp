@@ -14,6 +14,7 @@ namespace {
 using cdxtest::HttpTestClient;
 using cdxtest::memoryTells;
 using cdxtest::TcpPeer;
+using cdxtest::timeTells;
 using std::chrono::steady_clock;
 
 /// What one hostile client sends, and the status that it gets; 0: none yet.
@@ -90,7 +91,7 @@ TEST_P(Hostile, ClientsAreRefusedHarmNobodyAndLeaveNothing) {
     }
     std::cout << "p99 " << alone.count() << " us alone, " << beside.count() << " us beside 100; grown by "
               << last - first << " KiB in three more rounds\n";
-    EXPECT_LT(beside, std::chrono::seconds(1));
+    EXPECT_TRUE(beside < std::chrono::seconds(1) || !timeTells);
     // How many of their buffers live at a time differs from round to round; buffers that are leaked would be 19 MiB.
     EXPECT_TRUE(last - first < 12 * 1024 || !memoryTells);
     EXPECT_NE(good.get(configPath).body.find(R"([{"id":"a","uri")"), std::string::npos) << "nothing of it was done";
@@ -141,11 +142,11 @@ TEST_F(ManyConnections, TenThousandIdleOnesHarmNobodyAndLeaveNothing) {
     const auto beside = slowest();
     std::cout << "p99 " << alone.count() << " us alone, " << beside.count() << " us beside 10,000 idle connections of "
               << each << " bytes each\n";
-    EXPECT_LT(beside, std::chrono::seconds(1));
+    EXPECT_TRUE(beside < std::chrono::seconds(1) || !timeTells);
     EXPECT_TRUE(each < 16'384 || !memoryTells);
     idle.clear();
     EXPECT_TRUE(comesDownTo(descriptors));
-    EXPECT_LT(slowest(), std::chrono::seconds(1));
+    EXPECT_TRUE(slowest() < std::chrono::seconds(1) || !timeTells);
 }
 
 } // namespace

@@ -1,4 +1,3 @@
-#include "Program.h"
 #include "ServiceFixture.h"
 
 #include <support/ProcessState.h>

@@ -12,11 +12,14 @@ std::vector<int> openDescriptors(const std::string& process = "self");
 /// The memory that is its own, in KiB.
 long residentKib(const std::string& process = "self");
 
-/// Whether the memory of a process tells of what it holds: a sanitizer keeps what was freed.
+/// Whether a process's memory tells of what it holds, and its time of what it does: a sanitizer keeps what was freed,
+/// and does many things of its own.
 #ifdef CDX_SANITIZED
 constexpr bool memoryTells = false;
+constexpr bool timeTells = false;
 #else
 constexpr bool memoryTells = true;
+constexpr bool timeTells = true;
 #endif
 
 } // namespace cdxtest
