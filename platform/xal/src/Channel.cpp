@@ -124,6 +124,12 @@ private:
             return finish("upgrade refused with status " + std::to_string(m_answer.result_int()));
         if (failure)
             return finish(failure.message());
+        if (m_answer.count(field::sec_websocket_accept) != 1)
+            return finish("upgrade accepted twice");
+        if (m_answer.count(field::upgrade) != 1 || !beast::iequals(m_answer[field::upgrade], "websocket"))
+            return finish("upgrade to more than a WebSocket");
+        if (m_answer.count(field::content_length) != 0 || m_answer.count(field::transfer_encoding) != 0)
+            return finish("upgrade with a body");
         if (m_answer.count(field::sec_websocket_protocol) != 1 ||
             m_answer[field::sec_websocket_protocol] != subprotocol)
             return finish("upgrade without the subprotocol");

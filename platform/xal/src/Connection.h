@@ -104,8 +104,7 @@ private:
     template <class Handler>
     class HandlerWaiter final : public Connection::Waiter {
     public:
-        template <class From>
-        explicit HandlerWaiter(From&& handler) : m_handler(std::forward<From>(handler)) {}
+        explicit HandlerWaiter(Handler handler) : m_handler(std::move(handler)) {}
         void ended(const Connection::Error& failure, std::size_t bytes) override { m_handler(failure, bytes); }
 
     private:

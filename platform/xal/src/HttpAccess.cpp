@@ -102,7 +102,7 @@ std::string HttpAccess::askRegistry(const std::string& registryUri, const std::s
         logger.debug(describe(question, uri.httpOrigin(), std::to_string(answer.status), begin));
     if (answer.status != 200)
         throw std::runtime_error("the registry answered " + std::to_string(answer.status));
-    const auto where = xalutil::JsonFactory::createJsonParser()->parse(answer.body).asObject()->getString("uri");
+    auto where = xalutil::JsonFactory::createJsonParser()->parse(answer.body).asObject()->getString("uri");
     static_cast<void>(Uri::parse(where));
     return where;
 }

@@ -271,13 +271,13 @@ std::string ServiceLink::findBaseUri(Clock::time_point deadline) {
             over.swap(link.m_question);
         }
     } const asking{*this};
-    const auto found = m_context->access->askRegistry(m_context->registryUri, m_settings.address.service, deadline,
-                                                      *m_logger, [this](std::shared_ptr<xalutil::HttpSession> session) {
-                                                          const std::lock_guard<std::mutex> lock(m_mutex);
-                                                          if (m_isClosed)
-                                                              throw std::runtime_error("closed");
-                                                          m_question = std::move(session);
-                                                      });
+    auto found = m_context->access->askRegistry(m_context->registryUri, m_settings.address.service, deadline, *m_logger,
+                                                [this](std::shared_ptr<xalutil::HttpSession> session) {
+                                                    const std::lock_guard<std::mutex> lock(m_mutex);
+                                                    if (m_isClosed)
+                                                        throw std::runtime_error("closed");
+                                                    m_question = std::move(session);
+                                                });
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_baseUri = found;
     return found;

@@ -158,6 +158,16 @@ INSTANTIATE_TEST_SUITE_P(
                     switching + "Sec-WebSocket-Accept: wrong\r\nSec-WebSocket-Protocol: cdx.v1\r\n\r\n",
                     switching + "Sec-WebSocket-Accept: KEY\r\nSec-WebSocket-Protocol: cdx.v1\r\n"
                                 "Sec-WebSocket-Extensions: permessage-deflate\r\n\r\n",
+                    switching + "Sec-WebSocket-Accept: KEY\r\nSec-WebSocket-Protocol: cdx.v1\r\n"
+                                "Sec-WebSocket-Accept: KEY\r\n\r\n",
+                    switching + "Sec-WebSocket-Accept: KEY\r\nSec-WebSocket-Protocol: cdx.v1\r\n"
+                                "Upgrade: websocket\r\n\r\n",
+                    switching + "Sec-WebSocket-Accept: KEY\r\nSec-WebSocket-Protocol: cdx.v1\r\n"
+                                "Content-Length: 0\r\n\r\n",
+                    switching + "Sec-WebSocket-Accept: KEY\r\nSec-WebSocket-Protocol: cdx.v1\r\n"
+                                "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
+                    "HTTP/1.1 101 Switching Protocols\r\nConnection: Upgrade\r\nUpgrade: websocket, other\r\n"
+                    "Sec-WebSocket-Accept: KEY\r\nSec-WebSocket-Protocol: cdx.v1\r\n\r\n",
                     "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n",
                     "HTTP/1.1 301 Moved\r\nLocation: /\r\nContent-Length: 0\r\n\r\n",
                     "HTTP/1.1 503 Away\r\nConnection: close\r\n\r\nnot now", "SSH-2.0-x\r\n\r\n", ""));
