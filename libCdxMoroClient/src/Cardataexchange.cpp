@@ -107,7 +107,7 @@ struct CardataexchangeService::Frame {
         } else if (pending & bit) {
             completeFilter(descriptor); // an empty array leaves what the one before it added
         }
-        (descriptor.*field.value).setValue(std::move(value));
+        (descriptor.*field.value).setValue(std::forward<T>(value));
     }
 
     // Filling.
