@@ -64,14 +64,14 @@ std::vector<ElementPtr> Resource::expired(std::int64_t nowMs) const {
 }
 
 void Resource::prepare(const ElementPtr& element) {
-    const auto [place, inserted] = m_byId.try_emplace(element->id());
+    const auto place = m_byId.try_emplace(element->id());
     try {
         index(*element);
         m_log.prepare(element);
     } catch (...) {
         unindex(*element);
-        if (inserted) {
-            m_byId.erase(place);
+        if (place.second) {
+            m_byId.erase(place.first);
         }
         throw;
     }

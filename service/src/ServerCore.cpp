@@ -136,7 +136,7 @@ void ServerCore::relieve() {
             }
         });
         const bool isUrgent = held / urgentFactor > options.maxHeldBytes;
-        if (!isUrgent && now() - stillest->lastProgress() < stillAfter) {
+        if (!stillest || (!isUrgent && now() - stillest->lastProgress() < stillAfter)) {
             return;
         }
         held -= stillest->held();
