@@ -13,10 +13,10 @@ namespace cdxtest {
 /// what comes of it.
 class FrameworkUser {
 public:
-    explicit FrameworkUser(std::uint16_t port, int watchdogMilliseconds = 0)
+    explicit FrameworkUser(std::uint16_t port, int pingInterval = 0, int pongTimeout = 0)
         : client("http://127.0.0.1:" + std::to_string(port)) {
-        client.config->pingInterval = watchdogMilliseconds;
-        client.config->pongTimeout = watchdogMilliseconds;
+        client.config->pingInterval = pingInterval;
+        client.config->pongTimeout = pongTimeout;
         client.onConnected = [this](const std::shared_ptr<xaltest::ItemService>& service) {
             if (!m_subscription)
                 m_subscription = service->subscribeResource<xaltest::Item>(

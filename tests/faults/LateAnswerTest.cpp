@@ -3,20 +3,23 @@
 #include <gtest/gtest.h>
 
 #include <platform/xal/TestClient.h>
+#include <stdexcept>
 
 namespace cdxtest {
 namespace {
 
 using namespace xaltest;
 
-/// A service whose answers a test writes, and a program with a time-out of a tenth of a second.
+/// A service whose answers a test writes, and a program with a short time-out.
 class LateAnswers : public ::testing::Test {
 protected:
     LateAnswers() {
-        m_client.setting.requestTimeout.setValue(100);
+        m_client.setting.requestTimeout.setValue(1000);
         m_client.listen();
         m_channel.emplace(WebSocketPeer::accept(TcpPeer(m_listener.accept())));
         m_service = m_client.connection();
+        if (!m_service)
+            throw std::runtime_error("no connection");
     }
 
     void create(const std::string& name) {

@@ -38,7 +38,7 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
     HttpTestClient vehicle(m_service.port());
     const std::string created =
         vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"first","recordBody":"0"})").body;
-    FrameworkUser user(m_service.port(), 100);
+    FrameworkUser user(m_service.port(), 100, 1000);
     Event arrived;
     Event released;
     user.onNotified = [&] {
@@ -56,6 +56,9 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
         ASSERT_EQ(answer.status, 200) << answer.body;
     }
     const long grown = residentKib() - before;
+    // Longer than a silent peer gets: the time is what is tested.
+    const auto left = std::chrono::duration_cast<milliseconds>(begin + milliseconds(2000) - steady_clock::now());
+    EXPECT_EQ(user.client.told.await("disconnected", std::max(left, milliseconds(0))), "");
     const auto blocked = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
     released.set();
     EXPECT_TRUE(user.sees(std::to_string(changes)));
@@ -214,7 +217,7 @@ TEST_F(Load, OfChangesToASlowHandlerEndsWithTheLatestState) {
     const milliseconds slowness(100);
     HttpTestClient vehicle(m_service.port());
     ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"first"})").status, 201);
-    FrameworkUser user(m_service.port(), 100);
+    FrameworkUser user(m_service.port(), 100, 1000);
     std::mutex mutex;
     std::condition_variable over;
     bool isFast = false;

@@ -5,12 +5,11 @@
 #include <cdxservice/Server.h>
 #include <support/FaultProxy.h>
 #include <support/HttpTestClient.h>
+#include <support/ProcessState.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <iterator>
 #include <malloc.h>
 #include <optional>
 
@@ -43,11 +42,7 @@ std::vector<milliseconds> announcedDelays(const xaltest::Journal& log) {
 /// Memory in KiB and descriptors that this process holds.
 struct Held {
     long allocated = static_cast<long>(::mallinfo2().uordblks / 1024);
-    long descriptors = 0;
-    Held() {
-        const std::filesystem::directory_iterator open("/proc/self/fd");
-        descriptors = std::distance(begin(open), end(open));
-    }
+    long descriptors = static_cast<long>(openDescriptors().size());
 };
 
 class Restarts : public ::testing::Test {

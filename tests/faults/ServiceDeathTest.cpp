@@ -89,7 +89,7 @@ protected:
 
 TEST_F(Silence, OfAStoppedProcessIsDetectedAndItsReturnNoticed) {
     ServiceProcess service;
-    FrameworkUser user(service.port(), watchdog);
+    FrameworkUser user(service.port(), watchdog, watchdog);
     ASSERT_TRUE(user.start());
     user.create("before");
     ASSERT_TRUE(user.sees("before"));
@@ -107,7 +107,7 @@ TEST_F(Silence, OfTheNetworkIsDetectedAndRecoveredFrom) {
     cdxservice::Server service;
     service.start();
     FaultProxy proxy(service.port());
-    FrameworkUser user(proxy.port(), watchdog);
+    FrameworkUser user(proxy.port(), watchdog, watchdog);
     ASSERT_TRUE(user.start());
     user.create("before");
     ASSERT_TRUE(user.sees("before"));
@@ -121,10 +121,10 @@ TEST_F(Silence, OfTheNetworkIsDetectedAndRecoveredFrom) {
 TEST_F(Silence, OfAQuietServiceIsNone) {
     cdxservice::Server service;
     service.start();
-    FrameworkUser user(service.port(), watchdog);
+    FrameworkUser user(service.port(), 100, 500);
     ASSERT_TRUE(user.start());
-    // Several times both limits, with nothing but pongs: the time is what is tested.
-    EXPECT_EQ(user.client.told.await("disconnected", milliseconds(6 * watchdog)), "");
+    // Twice both limits, with nothing but pongs: the time is what is tested.
+    EXPECT_EQ(user.client.told.await("disconnected", milliseconds(1200)), "");
 }
 
 TEST(Refusal, CostsNextToNoProcessorTimeAndEndsWithTheServicesReturn) {

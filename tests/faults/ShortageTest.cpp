@@ -3,12 +3,12 @@
 #include <cdxservice/Server.h>
 #include <support/FaultProxy.h>
 #include <support/HttpTestClient.h>
+#include <support/ProcessState.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <dirent.h>
 #include <e2e/Vehicle.h>
 #include <fcntl.h>
 #include <string>
@@ -18,18 +18,6 @@
 
 namespace cdxtest {
 namespace {
-
-std::vector<int> openDescriptors() {
-    std::vector<int> descriptors;
-    DIR* folder = ::opendir("/proc/self/fd");
-    while (const dirent* entry = ::readdir(folder)) {
-        const int descriptor = std::atoi(entry->d_name);
-        if (entry->d_name[0] != '.' && descriptor != ::dirfd(folder))
-            descriptors.push_back(descriptor);
-    }
-    ::closedir(folder);
-    return descriptors;
-}
 
 /// While it lives, this process gets `more` descriptors beyond those that it has.
 class NoDescriptors {

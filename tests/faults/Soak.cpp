@@ -6,15 +6,13 @@
 #include <cdxservice/Server.h>
 #include <support/FaultProxy.h>
 #include <support/HttpTestClient.h>
+#include <support/ProcessState.h>
 
 #include <boost/json/parse.hpp>
 
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <malloc.h>
 #include <random>
 #include <string>
@@ -38,26 +36,14 @@ struct Counts {
 
 /// Of all four programs and the service, which are one process here.
 struct Memory {
-    std::string resident;
-    std::size_t allocated = 0; ///< what was asked for and not given back, in KiB; 0 under a sanitizer
-    std::size_t descriptors = 0;
-
-    static Memory now() {
-        Memory memory;
-        const std::string key = "VmRSS:";
-        std::ifstream status("/proc/self/status");
-        for (std::string line; std::getline(status, line);)
-            if (line.rfind(key, 0) == 0)
-                memory.resident = line.substr(line.find_first_not_of(" \t", key.size()));
-        memory.allocated = ::mallinfo2().uordblks / 1024;
-        const std::filesystem::directory_iterator open("/proc/self/fd");
-        memory.descriptors = static_cast<std::size_t>(std::distance(begin(open), end(open)));
-        return memory;
-    }
+    long resident = residentKib();
+    std::size_t allocated =
+        ::mallinfo2().uordblks / 1024; ///< asked for and not given back, in KiB; 0 under a sanitizer
+    std::size_t descriptors = openDescriptors().size();
 };
 
 std::ostream& operator<<(std::ostream& out, const Memory& memory) {
-    return out << memory.resident << " (" << memory.allocated << " KiB allocated, " << memory.descriptors
+    return out << memory.resident << " kB (" << memory.allocated << " KiB allocated, " << memory.descriptors
                << " descriptors)";
 }
 
@@ -178,11 +164,11 @@ int main(int argc, char** argv) {
             for (const auto& [name, results] : user->takeResults())
                 counts.doubled += results > 1 ? 1 : 0;
         if (round <= 10)
-            first = Memory::now();
+            first = Memory();
         if (steady_clock::now() < end - duration / 2)
-            halfway = Memory::now();
+            halfway = Memory();
     }
-    const Memory last = Memory::now();
+    const Memory last = Memory();
     std::size_t notifications = 0;
     std::size_t losses = 0;
     for (auto& user : all) {

@@ -3,7 +3,9 @@
 #include <cdxservice/Server.h>
 #include <oru/Log.h>
 #include <oru/Thread.h>
+#include <support/ComesTrue.h>
 #include <support/Event.h>
+#include <support/ProcessState.h>
 
 #include <gtest/gtest.h>
 
@@ -12,8 +14,6 @@
 #include <dlfcn.h>
 #include <e2e/Application.h>
 #include <e2e/Vehicle.h>
-#include <filesystem>
-#include <iterator>
 #include <platform/xal/TestClient.h>
 #include <pthread.h>
 #include <system_error>
@@ -52,27 +52,18 @@ public:
     ThreadShortage& operator=(const ThreadShortage&) = delete;
 };
 
-std::size_t entries(const char* folder) {
-    const std::filesystem::directory_iterator all(folder);
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
 /// Threads and descriptors of this process.
 struct Held {
-    std::size_t threads = entries("/proc/self/task");
-    std::size_t descriptors = entries("/proc/self/fd");
+    std::size_t threads = cdxtest::threads().size();
+    std::size_t descriptors = openDescriptors().size();
 };
 
 /// Not at once: a thread that was joined is still listed for a moment, and the service closes its own sides later.
 bool isBackTo(const Held& before) {
-    const auto deadline = std::chrono::steady_clock::now() + xaltest::patience;
-    while (std::chrono::steady_clock::now() < deadline) {
+    return comesTrue([&] {
         const Held now;
-        if (now.threads <= before.threads && now.descriptors <= before.descriptors)
-            return true;
-        std::this_thread::yield();
-    }
-    return false;
+        return now.threads <= before.threads && now.descriptors <= before.descriptors;
+    });
 }
 
 class NoThread : public ::testing::Test {

@@ -1,14 +1,14 @@
 #include "CdxBaseXalClient.h"
 #include "Documents.h"
 
+#include <support/ComesTrue.h>
 #include <support/PrivateMember.h>
+#include <support/ProcessState.h>
 #include <support/xal/LogCapture.h>
 #include <xalutil/TaskExecutor.h>
 
 #include <gmock/gmock.h>
 
-#include <dirent.h>
-#include <fstream>
 #include <future>
 #include <pthread.h>
 
@@ -17,23 +17,6 @@ CDX_REVEAL(TaskExecutorOfBase, zepclient::CdxBaseXalClient, m_firstExecutor, Exe
 CDX_REVEAL(HttpExecutorOfBase, zepclient::CdxBaseXalClient, m_secondExecutor, Executor);
 
 namespace {
-
-using testing::Contains;
-using testing::Not;
-
-/// The names of this process's threads, as the system shows them: at most 15 characters.
-std::vector<std::string> threadNames() {
-    std::vector<std::string> names;
-    DIR* const tasks = opendir("/proc/self/task");
-    while (const dirent* task = readdir(tasks)) {
-        std::ifstream file("/proc/self/task/" + std::string(task->d_name) + "/comm");
-        std::string name;
-        if (std::getline(file, name))
-            names.push_back(name);
-    }
-    closedir(tasks);
-    return names;
-}
 
 /// The name of the thread that runs the executor's tasks.
 std::string threadOf(const Executor& executor) {
@@ -67,13 +50,13 @@ TEST_F(BootstrapThreadsTest, TheTaskExecutorIsHeldFirstAndTheHttpExecutorSecond)
 TEST_F(BootstrapThreadsTest, StopEndsBothThreads) {
     threadOf((*client).*reveal(cdxtest::TaskExecutorOfBase()));
     threadOf((*client).*reveal(cdxtest::HttpExecutorOfBase()));
-    EXPECT_THAT(threadNames(), Contains("cdxXalExecutor"));
-    EXPECT_THAT(threadNames(), Contains("cdxHTTPXalExecu"));
+    EXPECT_TRUE(cdxtest::hasThread("cdxXalExecutor"));
+    EXPECT_TRUE(cdxtest::hasThread("cdxHTTPXalExecu"));
 
     client->Stop();
 
-    EXPECT_THAT(threadNames(), Not(Contains("cdxXalExecutor")));
-    EXPECT_THAT(threadNames(), Not(Contains("cdxHTTPXalExecu")));
+    EXPECT_TRUE(cdxtest::comesTrue([] { return !cdxtest::hasThread("cdxXalExecutor"); }));
+    EXPECT_TRUE(cdxtest::comesTrue([] { return !cdxtest::hasThread("cdxHTTPXalExecu"); }));
 }
 
 TEST_F(BootstrapThreadsTest, StopFromATaskOfTheTaskExecutorReturnsAndEndsBoth) {

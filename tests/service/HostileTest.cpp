@@ -1,10 +1,10 @@
 #include "Program.h"
 #include "ServiceFixture.h"
 
+#include <support/ComesTrue.h>
 #include <support/ProcessState.h>
 
 #include <algorithm>
-#include <poll.h>
 #include <sys/resource.h>
 #include <vector>
 
@@ -54,11 +54,7 @@ protected:
 
     /// Waits until the service has no more descriptors than that.
     bool comesDownTo(std::size_t descriptors) {
-        const auto deadline = steady_clock::now() + cdxtest::patience;
-        while (program.descriptors() > descriptors && steady_clock::now() < deadline) {
-            ::poll(nullptr, 0, 10);
-        }
-        return program.descriptors() <= descriptors;
+        return cdxtest::comesTrue([&] { return program.descriptors() <= descriptors; });
     }
 
     Program program{{"--port", "0", "--max-connections", "10100"}};

@@ -60,7 +60,7 @@ Cases codingCases() {
 
 Cases headerCases() {
     return creations(
-        headerMistakes(creation),
+        headerMistakes("Content-Length: " + std::to_string(creation.size()) + "\r\n", creation),
         {
             {"bare line feeds", "GET /CarDataExchange HTTP/1.1\nHost: localhost\n\n", 400},
             {"no host", "GET /CarDataExchange HTTP/1.1\r\n\r\n", 400},

@@ -1,6 +1,7 @@
 #include "Program.h"
 #include "ServiceFixture.h"
 
+#include <support/ComesTrue.h>
 #include <support/ProcessState.h>
 
 #include <arpa/inet.h>
@@ -12,7 +13,6 @@
 namespace cdxservice {
 namespace {
 
-using cdxtest::HttpTestClient;
 using cdxtest::memoryTells;
 using cdxtest::openDescriptors;
 using cdxtest::residentKib;
@@ -71,12 +71,10 @@ protected:
     /// Moves the clock on until one side of one connection is all that is left; false when that does not come.
     bool isEndedByTheService(std::chrono::milliseconds step) {
         client->close();
-        const auto deadline = std::chrono::steady_clock::now() + cdxtest::patience;
-        while (openDescriptors().size() != alone + 1 && std::chrono::steady_clock::now() < deadline) {
+        return cdxtest::comesTrue([&] {
             clock->advance(step);
-            ::poll(nullptr, 0, 20);
-        }
-        return openDescriptors().size() == alone + 1;
+            return openDescriptors().size() == alone + 1;
+        });
     }
 
     std::size_t whole = 0; ///< The bytes of the list.

@@ -26,10 +26,11 @@ struct HttpMistake {
     HttpFlaw flaw = HttpFlaw::malformed;
 };
 
-// What is wrong in a request as in an answer. `body` is the body of a message that would be right if its framing were.
+// What is wrong in a request as in an answer. `body` is the body of a message that would be right if its framing were,
+// `others` are the header lines of one that would be right without the mistake.
 std::vector<HttpMistake> lengthMistakes(const std::string& body);
 std::vector<HttpMistake> codingMistakes(const std::string& body);
-std::vector<HttpMistake> headerMistakes(const std::string& body);
+std::vector<HttpMistake> headerMistakes(const std::string& others, const std::string& body);
 
 /// A message as its bytes, and what must come of it in one word: a status.
 struct HttpStrictnessCase {

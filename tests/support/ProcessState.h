@@ -9,6 +9,10 @@ namespace cdxtest {
 // What the system tells of a process: its number, or "self" for this one.
 
 std::vector<int> openDescriptors(const std::string& process = "self");
+/// The system's numbers of its threads. One that was joined may still be among them for a moment.
+std::vector<int> threads(const std::string& process = "self");
+/// Whether one of its threads bears the name, or the first 15 characters of it.
+bool hasThread(const std::string& name, const std::string& process = "self");
 /// The memory that is its own, in KiB.
 long residentKib(const std::string& process = "self");
 

@@ -4,6 +4,7 @@
 #include "EventLoopContext.h"
 #include "ReadingClock.h"
 #include "Resolver.h"
+#include "UpgradeReader.h"
 
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/websocket.hpp>
@@ -40,8 +41,8 @@ public:
     WebSocketChannel(const std::shared_ptr<EventLoop>& loop, const Options& options,
                      std::weak_ptr<ChannelListener> listener)
         : m_options(options), m_listener(std::move(listener)), m_loop(loop), m_clock(std::make_shared<ReadingClock>()),
-          m_connection(Connection::make(*loop, options.uri, m_clock)),
-          m_stream(*m_connection, loop->context().io.get_executor()), m_timer(*loop) {}
+          m_connection(Connection::make(*loop, options.uri, m_clock)), m_reader(*m_connection, subprotocol),
+          m_stream(*m_connection, m_reader, loop->context().io.get_executor()), m_timer(*loop) {}
 
     void begin() {
         resolve(m_loop.lock(), m_options.uri.host, m_options.uri.port,
@@ -114,27 +115,13 @@ private:
         m_stream.read_message_max(largestMessage);
         m_stream.auto_fragment(false);
         m_stream.text(true);
-        m_stream.async_handshake(m_answer, m_options.uri.authority(), m_options.target,
+        m_stream.async_handshake(m_options.uri.authority(), m_options.target,
                                  bound([](WebSocketChannel& self, const Error& failure) { self.upgraded(failure); }));
     }
 
     void upgraded(const Error& failure) {
-        using beast::http::field;
-        if (failure == websocket::error::upgrade_declined)
-            return finish("upgrade refused with status " + std::to_string(m_answer.result_int()));
         if (failure)
-            return finish(failure.message());
-        if (m_answer.count(field::sec_websocket_accept) != 1)
-            return finish("upgrade accepted twice");
-        if (m_answer.count(field::upgrade) != 1 || !beast::iequals(m_answer[field::upgrade], "websocket"))
-            return finish("upgrade to more than a WebSocket");
-        if (m_answer.count(field::content_length) != 0 || m_answer.count(field::transfer_encoding) != 0)
-            return finish("upgrade with a body");
-        if (m_answer.count(field::sec_websocket_protocol) != 1 ||
-            m_answer[field::sec_websocket_protocol] != subprotocol)
-            return finish("upgrade without the subprotocol");
-        if (m_answer.count(field::sec_websocket_extensions) != 0)
-            return finish("upgrade with an extension that was not offered");
+            return finish(m_reader.getRefusal().empty() ? failure.message() : m_reader.getRefusal());
         m_timer.cancel();
         m_isOpen = true;
         if (const auto listener = m_listener.lock())
@@ -268,10 +255,9 @@ private:
     const std::weak_ptr<EventLoop> m_loop;
     const std::shared_ptr<ReadingClock> m_clock;
     const std::unique_ptr<Connection> m_connection;
-    websocket::stream<ConnectionStream, false> m_stream;
+    UpgradeReader m_reader;
+    websocket::stream<ConnectionStream<UpgradeReader>, false> m_stream;
     EventLoop::Timer m_timer;
-
-    websocket::response_type m_answer;
 
     std::string m_text;
     net::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>> m_buffer{m_text};

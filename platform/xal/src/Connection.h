@@ -69,13 +69,14 @@ public:
     virtual void leave(boost::beast::role_type role, std::unique_ptr<Waiter> waiter) = 0;
 };
 
-/// A connection as what is composed over it takes one.
+/// A connection as what is composed over it takes one; `Reader` does its reading.
+template <class Reader>
 class ConnectionStream {
 public:
     using executor_type = boost::asio::io_context::executor_type;
 
-    ConnectionStream(Connection& connection, executor_type executor)
-        : m_connection(connection), m_executor(std::move(executor)) {}
+    ConnectionStream(Connection& connection, Reader& reader, executor_type executor)
+        : m_connection(connection), m_reader(reader), m_executor(std::move(executor)) {}
 
     executor_type get_executor() const { return m_executor; }
 
@@ -83,7 +84,7 @@ public:
     auto async_read_some(const Sequence& into, Token&& token) {
         return boost::asio::async_initiate<Token, void(Connection::Error, std::size_t)>(
             [this](auto&& handler, const Sequence& buffers) {
-                m_connection.read(firstOf(buffers), waiterOf(std::forward<decltype(handler)>(handler)));
+                m_reader.read(firstOf(buffers), waiterOf(std::forward<decltype(handler)>(handler)));
             },
             token, into);
     }
@@ -139,6 +140,7 @@ private:
     friend void beast_close_socket(ConnectionStream& stream) { stream.m_connection.close(); }
 
     Connection& m_connection;
+    Reader& m_reader;
     executor_type m_executor;
 };
 

@@ -1,6 +1,6 @@
-#include "HttpAnswerParser.h"
-
 #include "HttpText.h"
+
+#include <xalutil/HttpAnswerParser.h>
 
 #include <algorithm>
 #include <charconv>
@@ -13,6 +13,7 @@ using namespace httptext;
 namespace {
 
 constexpr std::string_view versionPrefix = "HTTP/1.";
+constexpr int switchingProtocols = 101;
 constexpr std::size_t longestChunkLine = 1024;
 constexpr std::size_t longestChunkSize = 15; ///< digits; no sum of lengths overflows
 
@@ -28,14 +29,14 @@ bool readNumber(std::string_view text, int base, std::uint64_t& number) {
 
 } // namespace
 
-HttpAnswerParser::HttpAnswerParser(bool isForHead, const HttpLimits& limits)
-    : m_isForHead(isForHead), m_limits(limits), m_headerBudget(limits.headerBytes) {}
+HttpAnswerParser::HttpAnswerParser(Asked asked, const HttpLimits& limits)
+    : m_asked(asked), m_limits(limits), m_headerBudget(limits.headerBytes) {}
 
 void HttpAnswerParser::refuse(const std::string& reason) const {
     throw HttpError(m_answer.status, "malformed answer: " + reason);
 }
 
-void HttpAnswerParser::take(std::string_view bytes) {
+std::string_view HttpAnswerParser::take(std::string_view bytes) {
     m_hasSeenBytes = m_hasSeenBytes || !bytes.empty();
     while (!bytes.empty() && !isComplete()) {
         if (m_expected == Expected::BODY || m_expected == Expected::BODY_TO_THE_END || m_expected == Expected::CHUNK)
@@ -44,6 +45,7 @@ void HttpAnswerParser::take(std::string_view bytes) {
             useLine();
     }
     m_isKept = m_isKept && bytes.empty();
+    return bytes;
 }
 
 void HttpAnswerParser::takeEnd() {
@@ -137,18 +139,23 @@ void HttpAnswerParser::beginBody() {
     readFraming();
     const int status = m_answer.status;
     if (isInterim(status)) {
-        if (status == 101)
-            refuse("it switches to a protocol that nobody asked for");
         if (m_hasLength || m_isChunked)
             refuse("an interim answer with a body");
+        if (status == switchingProtocols) {
+            if (m_asked != Asked::UPGRADE || !m_isVersion11)
+                refuse("it switches to a protocol that nobody asked for");
+            m_expected = Expected::NOTHING;
+            return;
+        }
         m_answer = HttpResponse();
         m_expected = Expected::STATUS_LINE;
         return;
     }
     // Where no body may follow, one that is announced may come all the same, and be taken for the next answer.
-    const bool isWithoutBody = m_isForHead || status == 204 || status == 304;
+    const bool isWithoutBody = m_asked == Asked::HEAD || status == 204 || status == 304;
     m_isFramed = isWithoutBody ? status != 204 || (!m_isChunked && m_length == 0) : m_hasLength || m_isChunked;
-    if (isWithoutBody)
+    m_isFramed = m_isFramed && m_asked != Asked::UPGRADE;
+    if (isWithoutBody || m_asked == Asked::UPGRADE)
         m_expected = Expected::NOTHING;
     else if (m_isChunked)
         expectChunkLine();

@@ -1,8 +1,8 @@
-#include "HttpAnswerParser.h"
 #include "HttpConnection.h"
 #include "HttpText.h"
 #include "Interruption.h"
 
+#include <xalutil/HttpAnswerParser.h>
 #include <xalutil/HttpSession.h>
 #include <xalutil/StopCallback.h>
 
@@ -26,6 +26,12 @@ bool isForTheSessionToSay(const std::string& header) {
     constexpr std::string_view own[] = {"Host", "Content-Length", "Transfer-Encoding"};
     return std::any_of(std::begin(own), std::end(own),
                        [&](std::string_view name) { return httptext::equalIgnoringCase(header, name); });
+}
+
+HttpHeaders::const_iterator findHeader(HttpHeaders::const_iterator begin, HttpHeaders::const_iterator end,
+                                       const std::string& name) {
+    return std::find_if(begin, end,
+                        [&](const auto& header) { return httptext::equalIgnoringCase(header.first, name); });
 }
 
 void addHeaders(std::string& head, const HttpHeaders& headers) {
@@ -64,7 +70,8 @@ public:
         const std::string head = wordHead(request, m_server.authority());
         dropUnlessUsable(limits);
         const bool isKept = m_kept.connection != nullptr;
-        HttpAnswerParser parser(request.method == "HEAD", limits);
+        using Asked = HttpAnswerParser::Asked;
+        HttpAnswerParser parser(request.method == "HEAD" ? Asked::HEAD : Asked::RESOURCE, limits);
         try {
             return exchangeOnce(head, request, parser, deadline);
         } catch (const HttpConnectionLost&) {
@@ -178,10 +185,14 @@ private:
 } // namespace
 
 const std::string* HttpResponse::find(const std::string& name) const {
-    const auto found = std::find_if(headers.begin(), headers.end(), [&](const auto& header) {
-        return httptext::equalIgnoringCase(header.first, name);
-    });
+    const auto found = findHeader(headers.begin(), headers.end(), name);
     return found == headers.end() ? nullptr : &found->second;
+}
+
+const std::string* HttpResponse::findOnly(const std::string& name) const {
+    const auto found = findHeader(headers.begin(), headers.end(), name);
+    const bool isOnly = found != headers.end() && findHeader(found + 1, headers.end(), name) == headers.end();
+    return isOnly ? &found->second : nullptr;
 }
 
 HttpError::HttpError(int status, const std::string& what) : std::runtime_error(what), m_status(status) {}

@@ -315,7 +315,7 @@ TEST_F(HttpRequests, PassOverInterimAnswers) {
 }
 
 TEST_F(HttpRequests, FailAfterTheirTimeout) {
-    client.setting.requestTimeout.setValue(100);
+    client.setting.requestTimeout.setValue(1000);
     connect();
     update();
     receive(tcp);
@@ -330,7 +330,7 @@ TEST_F(HttpRequests, FailAfterTheirTimeout) {
 }
 
 TEST_F(HttpRequests, AreCountedFromTheirTurn) {
-    client.setting.requestTimeout.setValue(400);
+    client.setting.requestTimeout.setValue(1000);
     connect();
     update();
     update("b");

@@ -51,7 +51,8 @@ Cases codingCases() {
 }
 
 Cases headerCases() {
-    return answers(headerMistakes("[]"), {{"bare line feeds", "HTTP/1.1 200 OK\nContent-Length: 2\n\n[]", 0}});
+    return answers(headerMistakes("Content-Length: 2\r\n", "[]"),
+                   {{"bare line feeds", "HTTP/1.1 200 OK\nContent-Length: 2\n\n[]", 0}});
 }
 
 Cases statusCases() {

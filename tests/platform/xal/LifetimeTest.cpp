@@ -1,12 +1,13 @@
 #include "ScriptedService.h"
 #include "TestClient.h"
 
+#include <support/ComesTrue.h>
 #include <support/Event.h>
+#include <support/ProcessState.h>
 
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <fstream>
 #include <thread>
 #include <tuple>
 
@@ -17,7 +18,6 @@ using cdxtest::Event;
 using cdxtest::WebSocketPeer;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using Items = std::vector<std::shared_ptr<const Item>>;
 using Response = std::shared_ptr<const xal::XalResponse>;
 
@@ -374,19 +374,12 @@ TEST_F(Lifetime, ASubscriptionMayOutliveTheRegistry) {
 }
 
 TEST_F(Lifetime, AClosedRegistryLeavesNoThread) {
-    const auto countThreads = [] {
-        std::ifstream status("/proc/self/status");
-        for (std::string line; std::getline(status, line);)
-            if (line.rfind("Threads:", 0) == 0)
-                return std::stoi(line.substr(8));
-        return -1;
-    };
     client.makeRegistry();
-    const int before = countThreads();
+    const std::size_t before = cdxtest::threads().size();
     connect();
-    EXPECT_EQ(countThreads(), before + 1);
+    EXPECT_EQ(cdxtest::threads().size(), before + 1);
     client.close();
-    EXPECT_EQ(countThreads(), before);
+    EXPECT_TRUE(cdxtest::comesTrue([&] { return cdxtest::threads().size() == before; }));
 }
 
 TEST_F(Lifetime, TheHandlersRunOnOneThreadWithTheExecutorsName) {

@@ -1,13 +1,14 @@
+#include <xalutil/HttpAnswerParser.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <HttpAnswerParser.h>
 #include <optional>
 #include <string>
 
 namespace {
 
-using testing::HasSubstr;
+using Asked = xalutil::HttpAnswerParser::Asked;
 using xalutil::HttpAnswerParser;
 using xalutil::HttpError;
 using xalutil::HttpLimits;
@@ -19,20 +20,21 @@ struct Reading {
     bool isComplete = false;
     bool mayReuse = false;
     HttpResponse answer = {};
+    std::string behind = {};
 };
 
 constexpr bool isCutByteByByte = true;
 
-Reading read(const std::string& bytes, bool sliced = false, bool isEnded = false, bool isForHead = false,
+Reading read(const std::string& bytes, bool sliced = false, bool isEnded = false, Asked asked = Asked::RESOURCE,
              const HttpLimits& limits = {}) {
-    HttpAnswerParser parser(isForHead, limits);
+    HttpAnswerParser parser(asked, limits);
     Reading reading;
     try {
         if (sliced)
             for (const char& byte : bytes)
-                parser.take(std::string_view(&byte, 1));
+                reading.behind += parser.take(std::string_view(&byte, 1));
         else
-            parser.take(bytes);
+            reading.behind = parser.take(bytes);
         if (isEnded)
             parser.takeEnd();
     } catch (const HttpError& failure) {
@@ -124,7 +126,7 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"BareLfHeader", ok + "A: b\nContent-Length: 0\r\n\r\n", 200},
         Bad{"BareLfEnd", ok + "Content-Length: 0\r\n\n", 200},
         Bad{"BareCr", ok + "A: b\rContent-Length: 0\r\n\r\n", 200},
-        Bad{"Nul", ok + std::string("A: b\0c\r\n\r\n", 11), 200},
+        Bad{"Nul", ok + std::string("A: b\0c\r\n\r\n", 10), 200},
         Bad{"FoldedHeader", ok + "A: b\r\n c\r\nContent-Length: 0\r\n\r\n", 200},
         Bad{"FoldedFirstHeader", ok + " A: b\r\nContent-Length: 0\r\n\r\n", 200},
         Bad{"BlankBeforeColon", ok + "Content-Length : 0\r\n\r\n", 200},
@@ -177,10 +179,36 @@ TEST(HttpAnswerParserTest, AnswerWithoutALengthReachesToTheConnectionsEnd) {
 }
 
 TEST(HttpAnswerParserTest, AnswerToHeadHasNoBodyWhateverItsLength) {
-    const Reading reading = read(ok + "Content-Length: 500\r\n\r\n", false, false, true);
+    const Reading reading = read(ok + "Content-Length: 500\r\n\r\n", false, false, Asked::HEAD);
     EXPECT_TRUE(reading.isComplete);
     EXPECT_TRUE(reading.mayReuse);
     EXPECT_EQ(reading.answer.body, "");
+}
+
+TEST(HttpAnswerParserTest, AnswerToAnUpgradeEndsWithItsHeaderWhateverItsStatus) {
+    const std::string switching = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\n";
+    for (const bool sliced : {false, isCutByteByByte}) {
+        for (const std::string& head :
+             {switching, "HTTP/1.1 100 Continue\r\n\r\n" + switching, ok + "Content-Length: 2\r\n\r\n", chunked,
+              ok + "\r\n", std::string("HTTP/1.1 204 No Content\r\n\r\n")}) {
+            const Reading reading = read(head + "behind", sliced, false, Asked::UPGRADE);
+            EXPECT_TRUE(reading.isComplete) << head << reading.reason;
+            EXPECT_EQ(reading.answer.body, "");
+            EXPECT_EQ(reading.behind, "behind");
+            EXPECT_FALSE(reading.mayReuse) << head;
+            EXPECT_FALSE(read(head, sliced, false, Asked::UPGRADE).mayReuse) << head;
+        }
+    }
+}
+
+TEST(HttpAnswerParserTest, SwitchOfProtocolsIsOneOnlyWhereItWasAskedForAndHasNoBody) {
+    const std::string switching = " 101 Switching Protocols\r\nUpgrade: x\r\n";
+    EXPECT_EQ(read("HTTP/1.1" + switching + "\r\n").failedWith, 101);
+    EXPECT_EQ(read("HTTP/1.0" + switching + "\r\n", false, false, Asked::UPGRADE).failedWith, 101);
+    EXPECT_EQ(read("HTTP/1.1" + switching + "Content-Length: 0\r\n\r\n", false, false, Asked::UPGRADE).failedWith, 101);
+    EXPECT_EQ(
+        read("HTTP/1.1" + switching + "Transfer-Encoding: chunked\r\n\r\n", false, false, Asked::UPGRADE).failedWith,
+        101);
 }
 
 TEST(HttpAnswerParserTest, InterimAnswersDoNotGoOnForEver) {
@@ -194,9 +222,9 @@ TEST(HttpAnswerParserTest, HeaderIsTakenToItsLimitAndNotBeyond) {
     HttpLimits limits;
     const std::string head = ok + "Content-Length: 0\r\n\r\n";
     limits.headerBytes = head.size();
-    EXPECT_TRUE(read(head, false, false, false, limits).isComplete);
+    EXPECT_TRUE(read(head, false, false, Asked::RESOURCE, limits).isComplete);
     --limits.headerBytes;
-    EXPECT_EQ(read(head, false, false, false, limits).failedWith, 200);
+    EXPECT_EQ(read(head, false, false, Asked::RESOURCE, limits).failedWith, 200);
 }
 
 TEST(HttpAnswerParserTest, HeaderLimitIs64KiBAndBodyLimit64MiB) {
@@ -207,7 +235,9 @@ TEST(HttpAnswerParserTest, HeaderLimitIs64KiBAndBodyLimit64MiB) {
 TEST(HttpAnswerParserTest, BodyIsTakenToItsLimitAndNotBeyond) {
     HttpLimits limits;
     limits.bodyBytes = 4;
-    const auto failure = [&](const std::string& bytes) { return read(bytes, false, false, false, limits).failedWith; };
+    const auto failure = [&](const std::string& bytes) {
+        return read(bytes, false, false, Asked::RESOURCE, limits).failedWith;
+    };
     EXPECT_EQ(failure(ok + "Content-Length: 4\r\n\r\nbody"), std::nullopt);
     EXPECT_EQ(failure(ok + "Content-Length: 5\r\n\r\n"), 200);
     EXPECT_EQ(failure(chunked + "2\r\nbo\r\n2\r\ndy\r\n0\r\n\r\n"), std::nullopt);
@@ -222,6 +252,10 @@ TEST(HttpAnswerParserTest, HeadersAreKeptInTheirOrderAndFoundInAnyCase) {
     EXPECT_EQ(*reading.answer.find("retry-after"), "3");
     EXPECT_EQ(*reading.answer.find("X"), "1");
     EXPECT_EQ(reading.answer.find("absent"), nullptr);
+    ASSERT_NE(reading.answer.findOnly("RETRY-AFTER"), nullptr);
+    EXPECT_EQ(*reading.answer.findOnly("RETRY-AFTER"), "3");
+    EXPECT_EQ(reading.answer.findOnly("X"), nullptr);
+    EXPECT_EQ(reading.answer.findOnly("absent"), nullptr);
     EXPECT_EQ(reading.answer.headers.at(2), (std::pair<std::string, std::string>("x", "2")));
 }
 

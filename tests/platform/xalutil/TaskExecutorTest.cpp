@@ -1,12 +1,12 @@
+#include <support/ComesTrue.h>
 #include <support/Event.h>
+#include <support/ProcessState.h>
 #include <xalutil/TaskExecutor.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <mutex>
 #include <numeric>
@@ -76,16 +76,6 @@ protected:
     const std::shared_ptr<ErrorKeeper::Errors> m_errors = std::make_shared<ErrorKeeper::Errors>();
 };
 
-std::vector<std::string> threadNames() {
-    std::vector<std::string> names;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::string name;
-        std::getline(std::ifstream(task.path() / "comm"), name);
-        names.push_back(name);
-    }
-    return names;
-}
-
 /// Calls a function when the last copy of it goes.
 std::shared_ptr<void> whenGone(std::function<void()> call) {
     return std::shared_ptr<void>(nullptr, [call = std::move(call)](void*) { call(); });
@@ -124,9 +114,9 @@ TEST_F(TaskExecutorTest, TasksOfSeveralThreadsNeverRunAtOnce) {
 
 TEST_F(TaskExecutorTest, ThreadBearsTheFirstFifteenCharactersOfTheName) {
     const auto executor = makeExecutor("cdxHTTPXalExecutor");
-    EXPECT_THAT(threadNames(), testing::Contains("cdxHTTPXalExecu"));
+    EXPECT_TRUE(cdxtest::hasThread("cdxHTTPXalExecu"));
     executor->stop();
-    EXPECT_THAT(threadNames(), testing::Not(testing::Contains("cdxHTTPXalExecu")));
+    EXPECT_TRUE(cdxtest::comesTrue([] { return !cdxtest::hasThread("cdxHTTPXalExecu"); }));
 }
 
 TEST_F(TaskExecutorTest, TaskThatThrowsIsLoggedAsAnErrorAndTheNextOneRuns) {
@@ -264,7 +254,7 @@ TEST_F(TaskExecutorTest, StopFromItsOwnTaskReturnsAtOnceAndTheThreadEndsAfterTha
     });
     EXPECT_TRUE(hasReturned.await());
     executor->stop();
-    EXPECT_THAT(threadNames(), testing::Not(testing::Contains("stopsItself")));
+    EXPECT_TRUE(cdxtest::comesTrue([] { return !cdxtest::hasThread("stopsItself"); }));
     EXPECT_FALSE(hasRun);
 }
 
@@ -279,7 +269,7 @@ TEST_F(TaskExecutorTest, DestructorStops) {
     ASSERT_TRUE(isRunning.await());
     executor.reset();
     EXPECT_TRUE(hasEnded);
-    EXPECT_THAT(threadNames(), testing::Not(testing::Contains("destroyed")));
+    EXPECT_TRUE(cdxtest::comesTrue([] { return !cdxtest::hasThread("destroyed"); }));
 }
 
 TEST_F(TaskExecutorTest, DestructorMayRunOnItsOwnThread) {

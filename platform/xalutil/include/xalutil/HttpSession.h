@@ -34,6 +34,8 @@ struct HttpResponse {
 
     /// The value of the first header of this name, in whatever case; null where there is none.
     const std::string* find(const std::string& name) const;
+    /// The value of the only header of this name; null where there is none, or more than one.
+    const std::string* findOnly(const std::string& name) const;
 };
 
 /// How much of an answer is taken. Beyond that the exchange fails.

@@ -15,14 +15,18 @@ namespace xalutil {
 ///
 /// Stricter than the parsers at hand, which mend what they can: lines end with CR LF and only there, a header is not
 /// folded and has no blank before its colon, there is one length or one "chunked" and never both, chunk lines are
-/// short.
+/// short. Interim answers are passed over.
 class HttpAnswerParser {
 public:
-    HttpAnswerParser(bool isForHead, const HttpLimits& limits);
+    /// What was asked for, which decides where the answer ends: one for an upgrade, whatever its status, with its
+    /// header; only that one may be a switch of protocols (101).
+    enum class Asked { RESOURCE, HEAD, UPGRADE };
 
-    /// Uses the bytes up to the answer's end; what is left over makes the connection useless. Throws HttpError when
-    /// they are no HTTP answer, or one beyond the limits.
-    void take(std::string_view bytes);
+    HttpAnswerParser(Asked asked, const HttpLimits& limits);
+
+    /// Uses the bytes up to the answer's end and returns those behind it, which make an HTTP connection useless. Throws
+    /// HttpError when they are no HTTP answer, or one beyond the limits.
+    std::string_view take(std::string_view bytes);
     /// The connection was closed by the server. Throws HttpError unless that completes the answer.
     void takeEnd();
 
@@ -51,7 +55,7 @@ private:
     void useChunkLine();
     void takeBody(std::string_view& bytes);
 
-    const bool m_isForHead;
+    const Asked m_asked;
     const HttpLimits m_limits;
     std::size_t m_headerBudget;
     std::size_t m_chunkLineBudget = 0;
