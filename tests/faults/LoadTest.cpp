@@ -58,7 +58,7 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
     const long grown = residentKib() - before;
     // Longer than a silent peer gets: the time is what is tested.
     const auto left = std::chrono::duration_cast<milliseconds>(begin + milliseconds(2000) - steady_clock::now());
-    EXPECT_EQ(user.client.told.await("disconnected", std::max(left, milliseconds(0))), "");
+    EXPECT_EQ(user.client.log->await("lost", std::max(left, milliseconds(0))), "");
     const auto blocked = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
     released.set();
     EXPECT_TRUE(user.sees(std::to_string(changes)));

@@ -37,9 +37,10 @@ Verdict judge(const std::string& bytes, std::size_t slice, Asked asked) {
         if (!parser.isComplete())
             parser.takeEnd();
     } catch (const xalutil::HttpError& error) {
-        verdict.isRefused = true;
-        verdict.status = error.getStatus();
-        return verdict;
+        Verdict refused;
+        refused.isRefused = true;
+        refused.status = error.getStatus();
+        return refused;
     }
     verdict.isComplete = parser.isComplete();
     verdict.status = parser.getStatus();

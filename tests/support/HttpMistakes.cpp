@@ -43,6 +43,7 @@ std::vector<HttpMistake> lengthMistakes(const std::string& body) {
         {"a length with a vertical tab", length(" \v" + right), body},
         {"a length beyond 64 bits", length(" 99999999999999999999999"), body, HttpFlaw::lengthOverLimit},
         {"a length beyond the limit", length(" 67108865"), body, HttpFlaw::lengthOverLimit},
+        {"a blank before the colon of the length", "Content-Length : " + right + "\r\n", body},
         {"a length and a transfer coding", length(" " + right) + isChunked, chunk},
         {"a transfer coding and a length", isChunked + length(" " + right), chunk},
     };
@@ -96,7 +97,6 @@ std::vector<HttpMistake> headerMistakes(const std::string& others, const std::st
         {"a header folded with a tab", "A: b\r\n\tc\r\n" + others, body},
         {"a blank before the colon", "A : b\r\n" + others, body},
         {"a tab before the colon", "A\t: b\r\n" + others, body},
-        {"a blank before the colon of the length", "Content-Length : " + std::to_string(body.size()) + "\r\n", body},
         {"a header without a colon", "A\r\n" + others, body},
         {"a header without a name", ": b\r\n" + others, body},
         {"a name with a blank", "A B: c\r\n" + others, body},
@@ -120,9 +120,10 @@ void playSection(const char* side, const HttpStrictnessSection& section, const c
     ConformanceReport report(side, std::string("http_") + section.name);
     int number = 0;
     for (const HttpStrictnessCase& sent : section.cases()) {
+        const std::string expected = sent.reason.empty() ? std::to_string(sent.status) + behindStatus : sent.reason;
         const std::string found = difference(sent);
-        EXPECT_EQ(found, "") << sent.title << "; expected " << sent.status << behindStatus;
-        report.add(std::to_string(++number), sent.title, std::to_string(sent.status) + behindStatus, "", found);
+        EXPECT_EQ(found, "") << sent.title << "; expected " << expected;
+        report.add(std::to_string(++number), sent.title, expected, "", found);
     }
 }
 

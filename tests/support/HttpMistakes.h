@@ -32,12 +32,13 @@ std::vector<HttpMistake> lengthMistakes(const std::string& body);
 std::vector<HttpMistake> codingMistakes(const std::string& body);
 std::vector<HttpMistake> headerMistakes(const std::string& others, const std::string& body);
 
-/// A message as its bytes, and what must come of it in one word: a status.
+/// A message as its bytes, and what must come of it: a status, or a reason in words.
 struct HttpStrictnessCase {
     std::string title;
     std::string bytes;
     int status = 0;
     bool ends = false; ///< The peer ends the connection behind these bytes: only then can it be known to be cut short.
+    std::string reason = {}; ///< Where a status is not what comes of it.
 };
 
 struct HttpStrictnessSection {

@@ -256,7 +256,7 @@ private:
     const std::shared_ptr<ReadingClock> m_clock;
     const std::unique_ptr<Connection> m_connection;
     UpgradeReader m_reader;
-    websocket::stream<ConnectionStream<UpgradeReader>, false> m_stream;
+    websocket::stream<ConnectionStream, false> m_stream;
     EventLoop::Timer m_timer;
 
     std::string m_text;

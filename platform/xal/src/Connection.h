@@ -19,12 +19,10 @@
 
 namespace xal {
 
-/// The bytes below a channel: TCP with one of a host's addresses, with TLS where the URI asks for it. One type for
-/// both, so that what is spoken above it is compiled once. Belongs to the loop's thread.
-class Connection {
+/// Where bytes are read. Belongs to the loop's thread.
+class ByteSource {
 public:
     using Error = boost::system::error_code;
-    using Duration = std::chrono::steady_clock::duration;
 
     /// What is told once how an operation ended, or dropped with it.
     class Waiter {
@@ -32,6 +30,16 @@ public:
         virtual ~Waiter() = default;
         virtual void ended(const Error& failure, std::size_t bytes) = 0;
     };
+
+    virtual ~ByteSource() = default;
+    virtual void read(boost::asio::mutable_buffer into, std::unique_ptr<Waiter> waiter) = 0;
+};
+
+/// The bytes below a channel: TCP with one of a host's addresses, with TLS where the URI asks for it. One type for
+/// both, so that what is spoken above it is compiled once. Belongs to the loop's thread.
+class Connection : public ByteSource {
+public:
+    using Duration = std::chrono::steady_clock::duration;
 
     /// A few buffers of a sequence, in order: who moves only some bytes needs no more.
     class Buffers {
@@ -51,7 +59,6 @@ public:
     };
 
     static std::unique_ptr<Connection> make(EventLoop& loop, const Uri& uri, std::shared_ptr<const ReadingClock> clock);
-    virtual ~Connection() = default;
 
     /// Tries the addresses one after the other, each with its share of the time, and agrees on TLS with the first that
     /// answers. `done` gets nothing, or why there is no connection; it keeps what owns the connection, and is dropped
@@ -63,20 +70,18 @@ public:
     /// When the last byte came, by the clock.
     virtual Duration lastReceived() = 0;
 
-    virtual void read(boost::asio::mutable_buffer into, std::unique_ptr<Waiter> waiter) = 0;
     virtual void write(const Buffers& from, std::unique_ptr<Waiter> waiter) = 0;
     /// Says that nothing more will be sent, and waits for the peer to say so.
     virtual void leave(boost::beast::role_type role, std::unique_ptr<Waiter> waiter) = 0;
 };
 
-/// A connection as what is composed over it takes one; `Reader` does its reading.
-template <class Reader>
+/// A connection, and what reads it, as what is composed over them takes a stream.
 class ConnectionStream {
 public:
     using executor_type = boost::asio::io_context::executor_type;
 
-    ConnectionStream(Connection& connection, Reader& reader, executor_type executor)
-        : m_connection(connection), m_reader(reader), m_executor(std::move(executor)) {}
+    ConnectionStream(Connection& connection, ByteSource& source, executor_type executor)
+        : m_connection(connection), m_source(source), m_executor(std::move(executor)) {}
 
     executor_type get_executor() const { return m_executor; }
 
@@ -84,7 +89,7 @@ public:
     auto async_read_some(const Sequence& into, Token&& token) {
         return boost::asio::async_initiate<Token, void(Connection::Error, std::size_t)>(
             [this](auto&& handler, const Sequence& buffers) {
-                m_reader.read(firstOf(buffers), waiterOf(std::forward<decltype(handler)>(handler)));
+                m_source.read(firstOf(buffers), waiterOf(std::forward<decltype(handler)>(handler)));
             },
             token, into);
     }
@@ -140,7 +145,7 @@ private:
     friend void beast_close_socket(ConnectionStream& stream) { stream.m_connection.close(); }
 
     Connection& m_connection;
-    Reader& m_reader;
+    ByteSource& m_source;
     executor_type m_executor;
 };
 

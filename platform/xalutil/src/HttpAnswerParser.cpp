@@ -142,8 +142,10 @@ void HttpAnswerParser::beginBody() {
         if (m_hasLength || m_isChunked)
             refuse("an interim answer with a body");
         if (status == switchingProtocols) {
-            if (m_asked != Asked::UPGRADE || !m_isVersion11)
+            if (m_asked != Asked::UPGRADE)
                 refuse("it switches to a protocol that nobody asked for");
+            if (!m_isVersion11)
+                refuse("it switches protocols in HTTP/1.0");
             m_expected = Expected::NOTHING;
             return;
         }
@@ -168,8 +170,6 @@ void HttpAnswerParser::beginBody() {
 void HttpAnswerParser::readFraming() {
     m_hasLength = m_isChunked = false;
     m_length = 0;
-    bool isCloseAsked = false;
-    bool isKeepAsked = false;
     for (const auto& [name, value] : m_answer.headers) {
         if (equalIgnoringCase(name, "Content-Length")) {
             if (m_hasLength || !readNumber(value, 10, m_length))
@@ -179,14 +179,11 @@ void HttpAnswerParser::readFraming() {
             if (m_isChunked || !m_isVersion11 || !equalIgnoringCase(value, "chunked"))
                 refuse("its Transfer-Encoding is not once \"chunked\"");
             m_isChunked = true;
-        } else if (equalIgnoringCase(name, "Connection")) {
-            isCloseAsked = isCloseAsked || lists(value, "close");
-            isKeepAsked = isKeepAsked || lists(value, "keep-alive");
         }
     }
     if (m_hasLength && m_isChunked)
         refuse("both Content-Length and Transfer-Encoding");
-    m_isKept = !isCloseAsked && (m_isVersion11 || isKeepAsked);
+    m_isKept = !m_answer.lists("Connection", "close") && (m_isVersion11 || m_answer.lists("Connection", "keep-alive"));
 }
 
 void HttpAnswerParser::expectChunkLine() {

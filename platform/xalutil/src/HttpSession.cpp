@@ -195,6 +195,12 @@ const std::string* HttpResponse::findOnly(const std::string& name) const {
     return isOnly ? &found->second : nullptr;
 }
 
+bool HttpResponse::lists(const std::string& name, const std::string& token) const {
+    return std::any_of(headers.begin(), headers.end(), [&](const auto& header) {
+        return httptext::equalIgnoringCase(header.first, name) && httptext::lists(header.second, token);
+    });
+}
+
 HttpError::HttpError(int status, const std::string& what) : std::runtime_error(what), m_status(status) {}
 
 int HttpError::getStatus() const noexcept {

@@ -30,12 +30,14 @@ struct HttpRequest {
 struct HttpResponse {
     int status = 0;
     HttpHeaders headers = {}; ///< in the order received
-    std::string body = {};    ///< with the transfer coding taken off; empty for HEAD, 204 and 304
+    std::string body = {};    ///< with the transfer coding taken off; empty for HEAD, upgrades, 204 and 304
 
     /// The value of the first header of this name, in whatever case; null where there is none.
     const std::string* find(const std::string& name) const;
     /// The value of the only header of this name; null where there is none, or more than one.
     const std::string* findOnly(const std::string& name) const;
+    /// Whether a header of this name lists the token, in whatever case.
+    bool lists(const std::string& name, const std::string& token) const;
 };
 
 /// How much of an answer is taken. Beyond that the exchange fails.
