@@ -2,6 +2,8 @@
 
 #include "ServerCore.h"
 
+#include <boost/asio/post.hpp>
+
 #include <utility>
 
 namespace cdxservice {
@@ -21,7 +23,7 @@ constexpr std::chrono::seconds endingTime(5);
 
 Channel::Channel(ServerCore& core, std::unique_ptr<Transport> transport, OutBuffer out)
     : m_core(core), m_transport(std::move(transport)), m_frames(maxMessageBytes), m_out(std::move(out)),
-      m_lastTaken(core.now()) {}
+      m_subscriptions(core.exchange), m_lastTaken(core.now()) {}
 
 void Channel::start(std::string_view received, bool tooMany) {
     guarded(m_core, [&] {
@@ -44,7 +46,8 @@ void Channel::checkTime(Time now) {
 }
 
 std::size_t Channel::held() const {
-    return beyondOwn(m_out.held()) + beyondOwn(m_replies.capacity()) + beyondOwn(m_frames.held());
+    return beyondOwn(m_out.held()) + beyondOwn(m_replies.capacity()) + beyondOwn(m_frames.held()) +
+           beyondOwn(m_subscriptions.held());
 }
 
 void Channel::stop() {
@@ -121,7 +124,7 @@ void Channel::takeMessage(std::string_view text) {
     } else if (message.problem) {
         reply(writeError(message.sub, *message.problem));
     } else {
-        m_subscriptions.erase(message.sub);
+        m_subscriptions.remove(message.sub);
     }
 }
 
@@ -149,7 +152,7 @@ void Channel::subscribe(ClientMessage message) {
     const Subscription subscription({message.sub, *resource, std::move(message.id)},
                                     m_core.exchange.resource(*resource).log(), position);
     reply(writeSubscribed(message.sub, m_core.exchange.epoch(), subscription.resumed()));
-    m_subscriptions.emplace(message.sub, subscription);
+    m_subscriptions.add(subscription);
 }
 
 void Channel::reply(std::string_view message) {
@@ -175,26 +178,23 @@ void Channel::end(CloseCode code) {
 bool Channel::fill() {
     m_out.append(m_replies);
     m_replies.clear();
-    // Whoever was cut off by a full buffer is served first the next time.
-    auto at = m_subscriptions.lower_bound(m_nextTurn);
-    for (std::size_t left = m_subscriptions.size(); left > 0; --left) {
-        if (at == m_subscriptions.end()) {
-            at = m_subscriptions.begin();
-        }
-        Subscription& subscription = at->second;
-        const RevisionLog& log = m_core.exchange.resource(subscription.resource()).log();
-        m_nextTurn = at->first;
-        while (m_out.size() < gatheredBytes) {
-            if (!subscription.writeNext(m_out, log, m_core.exchange.epoch())) {
-                break;
-            }
-        }
-        if (m_out.size() >= gatheredBytes) {
-            break;
-        }
-        ++at;
+    const bool more = m_subscriptions.write(m_out, gatheredBytes);
+    if (more && m_out.empty()) {
+        takeAnotherTurn();
     }
     return !m_out.empty();
+}
+
+/// Nothing was found so far that needs writing; what would be looked at next waits until the others had their turn.
+void Channel::takeAnotherTurn() {
+    if (m_turnDue) {
+        return;
+    }
+    boost::asio::post(m_core.io, [this, self = shared_from_this()] {
+        m_turnDue = false;
+        wake();
+    });
+    m_turnDue = true;
 }
 
 void Channel::beginWriting() {

@@ -5,12 +5,11 @@
 #include "Connection.h"
 #include "Frames.h"
 #include "OutBuffer.h"
-#include "Subscription.h"
+#include "Subscriptions.h"
 #include "Transport.h"
 
 #include <array>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -58,6 +57,7 @@ private:
     void written();
     void resumeReading();
     bool fill();
+    void takeAnotherTurn();
 
     ServerCore& m_core;
     std::unique_ptr<Transport> m_transport;
@@ -68,8 +68,8 @@ private:
     OutBuffer m_out;
     bool m_reading = false;
     bool m_writing = false;
-    std::map<std::uint64_t, Subscription> m_subscriptions;
-    std::uint64_t m_nextTurn = 0; ///< The subscription that is served first.
+    Subscriptions m_subscriptions;
+    bool m_turnDue = false; ///< Subscriptions wait to be looked at.
     std::optional<std::uint64_t> m_highestSub;
     Time m_endingSince;
     Time m_lastTaken; ///< When the peer last took bytes, or there began to be some to take.

@@ -75,13 +75,14 @@ void Subscription::beginAnew(const RevisionLog& log) {
     m_resumed = false;
 }
 
-bool Subscription::writeNext(OutBuffer& out, const RevisionLog& log, const std::string& epoch) {
+bool Subscription::writeNext(OutBuffer& out, const RevisionLog& log, const std::string& epoch, std::size_t& steps) {
+    --steps;
     if (log.forgotten() > std::max(m_position, m_removalsAfter)) {
         beginAnew(log);
         writeTextFrame(out, writeSubscribed(m_start.sub, epoch, false));
         return true;
     }
-    for (;;) {
+    for (;; --steps) {
         const RevisionLog::Entry entry = log.after(m_position, m_removalsAfter);
         if (entry.revision == 0) {
             if (m_current) {
@@ -95,6 +96,9 @@ bool Subscription::writeNext(OutBuffer& out, const RevisionLog& log, const std::
         const std::string& id = entry.element ? (*entry.element)->id() : *entry.removedId;
         if (!m_start.id || *m_start.id == id) {
             writeEvent(out, entry);
+            return true;
+        }
+        if (steps == 0) {
             return true;
         }
     }

@@ -4,6 +4,7 @@
 #include "OutBuffer.h"
 #include "RevisionLog.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -27,8 +28,9 @@ public:
     std::size_t resource() const { return m_start.resource; }
     bool resumed() const { return m_resumed; }
 
-    /// Appends the next message as a frame. False when there is nothing to tell for now.
-    bool writeNext(OutBuffer& out, const RevisionLog& log, const std::string& epoch);
+    /// Appends the next message as a frame, if it is found within the steps that are left; at least one is. False when
+    /// there is nothing to tell for now.
+    bool writeNext(OutBuffer& out, const RevisionLog& log, const std::string& epoch, std::size_t& steps);
 
 private:
     void beginAnew(const RevisionLog& log);

@@ -3,6 +3,7 @@
 
 #include <support/ComesTrue.h>
 #include <support/ProcessState.h>
+#include <support/WebSocketPeer.h>
 
 #include <algorithm>
 #include <sys/resource.h>
@@ -41,11 +42,13 @@ class Hostile : public ::testing::TestWithParam<Hostility> {
 protected:
     Hostile() : port(program.port()), good(port) { EXPECT_EQ(good.post(configPath, R"({"id":"a"})").status, 201); }
 
-    std::chrono::microseconds slowest() {
+    /// What 99 of 100 of the good client's requests are faster than: reads, or writes, each of which is a change.
+    std::chrono::microseconds slowest(bool ofWrites = false) {
         std::vector<steady_clock::duration> times;
         for (int i = 0; i < 200; ++i) {
             const auto begin = steady_clock::now();
-            EXPECT_EQ(good.get(std::string(configPath) + "/a").status, 200);
+            const auto answer = ofWrites ? good.post(configPath, "{}") : good.get(std::string(configPath) + "/a");
+            EXPECT_EQ(answer.status, ofWrites ? 201 : 200);
             times.push_back(steady_clock::now() - begin);
         }
         std::sort(times.begin(), times.end());
@@ -143,6 +146,44 @@ TEST_F(ManyConnections, TenThousandIdleOnesHarmNobodyAndLeaveNothing) {
     idle.clear();
     EXPECT_TRUE(comesDownTo(descriptors));
     EXPECT_TRUE(slowest() < std::chrono::seconds(1) || !timeTells);
+}
+
+class ManySubscriptions : public Hostile {};
+
+TEST_F(ManySubscriptions, OfClientsWhoPingAndChangesHarmNobody) {
+    const auto alone = slowest();
+    constexpr int each = 10'000;
+    constexpr int atATime = 500;
+    std::vector<cdxtest::WebSocketPeer> hostile;
+    for (int i = 0; i < 5; ++i) {
+        hostile.push_back(cdxtest::WebSocketPeer::connect(port));
+        for (int sub = 1; sub <= each; ++sub) {
+            hostile.back().text(R"({"op":"subscribe","sub":)" + std::to_string(sub) +
+                                R"(,"resource":"cdxConfig","id":"other"})");
+            for (int told = 0; sub % atATime == 0 && told < 2 * atATime; ++told) {
+                ASSERT_TRUE(hostile.back().readText()) << "subscribed, and current";
+            }
+        }
+    }
+    for (cdxtest::WebSocketPeer& client : hostile) {
+        for (int ping = 0; ping < 1'000; ++ping) {
+            client.ping();
+        }
+    }
+    const auto besidePings = slowest();
+    const auto ofChanges = slowest(true);
+    std::cout << "p99 " << alone.count() << " us alone, " << besidePings.count() << " us beside pings of clients with "
+              << each << " subscriptions, " << ofChanges.count() << " us for changes\n";
+    EXPECT_TRUE(std::max(besidePings, ofChanges) < std::chrono::seconds(1) || !timeTells);
+    for (cdxtest::WebSocketPeer& client : hostile) {
+        client.ping("last");
+        std::optional<cdxtest::Frame> frame = client.read();
+        while (frame && frame->payload != "last") {
+            EXPECT_EQ(frame->opcode, cdxtest::Opcode::pong) << "and nothing else is told";
+            frame = client.read();
+        }
+        EXPECT_TRUE(frame);
+    }
 }
 
 } // namespace

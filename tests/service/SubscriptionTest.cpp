@@ -32,7 +32,8 @@ protected:
     std::string told(Subscription& subscription) {
         OutBuffer out;
         std::string result;
-        while (subscription.writeNext(out, log, "e")) {
+        std::size_t steps = 1000;
+        while (subscription.writeNext(out, log, "e", steps)) {
         }
         std::string bytes = out.text();
         while (const auto frame = cdxtest::takeFrame(bytes)) {
