@@ -2,8 +2,6 @@
 
 #include <xalutil/Json.h>
 
-#include <boost/json/serialize.hpp>
-
 #include <stdexcept>
 
 namespace xalutil {
@@ -58,10 +56,6 @@ void JsonArray::add(const std::string& value) {
 void JsonArray::add(std::shared_ptr<const JsonObject> value) {
     json::object copy = value ? json::object(JsonAccess::of(*value), json::storage_ptr()) : json::object();
     JsonAccess::own(*this).emplace_back(std::move(copy));
-}
-
-std::string JsonArray::toString() const {
-    return json::serialize(JsonAccess::of(*this));
 }
 
 } // namespace xalutil

@@ -2,8 +2,6 @@
 
 #include <xalutil/Json.h>
 
-#include <boost/json/serialize.hpp>
-
 #include <stdexcept>
 #include <utility>
 
@@ -138,10 +136,6 @@ void JsonObject::set(const std::string& key, bool value) {
 void JsonObject::set(const std::string& key, std::shared_ptr<const JsonArray> value) {
     json::array copy = value ? json::array(JsonAccess::of(*value), json::storage_ptr()) : json::array();
     JsonAccess::own(*this)[key] = std::move(copy);
-}
-
-std::string JsonObject::toString() const {
-    return json::serialize(JsonAccess::of(*this));
 }
 
 bool operator==(const JsonObject& left, const JsonObject& right) {

@@ -225,6 +225,13 @@ TEST(JsonObjectTest, WhatIsWrittenReadsAsTheSame) {
     EXPECT_EQ(*parseObject(object->toString()), *object);
 }
 
+TEST(JsonObjectTest, NumberThatIsTooLargeForADoubleIsWrittenAsTheLargestOne) {
+    const auto object = parseObject(R"({"a":1e999,"b":[-1e999,{"c":1e999}],"s":"Infinity"})");
+    EXPECT_EQ(object->toString(), R"({"a":1.7976931348623157E308,"b":[-1.7976931348623157E308,)"
+                                  R"({"c":1.7976931348623157E308}],"s":"Infinity"})");
+    EXPECT_EQ(object->getArray("b")->toString(), R"([-1.7976931348623157E308,{"c":1.7976931348623157E308}])");
+}
+
 TEST(JsonObjectTest, EqualityLooksAtTheMembersAndNotAtTheirOrder) {
     EXPECT_EQ(*parseObject(R"({"a":1,"b":{"c":[1,2]}})"), *parseObject(R"({"b":{"c":[1,2]},"a":1})"));
     EXPECT_NE(*parseObject(R"({"a":1})"), *parseObject(R"({"a":2})"));
