@@ -154,7 +154,12 @@ std::string readToken(const std::string& file) {
     if (begin == std::string::npos) {
         throw std::runtime_error("the token file holds no token: " + file);
     }
-    return content.substr(begin, content.find_last_not_of(white) - begin + 1);
+    std::string token = content.substr(begin, content.find_last_not_of(white) - begin + 1);
+    const auto isBearable = [](unsigned char c) { return c == '\t' || (c >= 0x20 && c != 0x7f); };
+    if (!std::all_of(token.begin(), token.end(), isBearable)) {
+        throw std::runtime_error("the token file holds more than a line, or what no request can bear: " + file);
+    }
+    return token;
 }
 
 } // namespace cdxservice

@@ -168,6 +168,19 @@ TEST(Start, FailsWithATokenFileThatHoldsNone) {
     EXPECT_THROW(Server(options).start(), std::runtime_error);
 }
 
+TEST(Start, FailsWithATokenThatNoRequestCanBear) {
+    for (const char* content : {"one\ntwo\n", "one\rtwo", "one\x01", "\x7f"}) {
+        const TemporaryFile file(content);
+        ServerOptions options;
+        options.tokenFile = file.path();
+        EXPECT_THROW(Server(options).start(), std::runtime_error) << content;
+    }
+    const TemporaryFile file("one two\r\n");
+    ServerOptions options;
+    options.tokenFile = file.path();
+    EXPECT_NO_THROW(Server(options).start());
+}
+
 TEST(Start, FailsWithAnAddressThatIsNone) {
     ServerOptions options;
     options.bindAddress = "here";
