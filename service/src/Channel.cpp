@@ -1,5 +1,6 @@
 #include "Channel.h"
 
+#include "Release.h"
 #include "ServerCore.h"
 
 #include <boost/asio/post.hpp>
@@ -257,7 +258,7 @@ void Channel::written() {
     m_out.clear();
     m_out.shrink();
     if (m_replies.capacity() > ownBuffer) {
-        m_replies = std::string();
+        release(m_replies);
     }
     if (m_phase == Phase::Ending) {
         m_phase = Phase::Draining;

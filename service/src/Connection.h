@@ -28,6 +28,9 @@ public:
     /// When the peer last gave or took what it holds memory with.
     Time lastProgress() const { return m_lastProgress; }
 
+    /// What it held when all were last weighed.
+    std::size_t weight = 0;
+
     /// One too many: accepted only to say so.
     bool surplus = false;
 

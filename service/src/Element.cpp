@@ -79,18 +79,19 @@ std::optional<std::int64_t> endOfTime(const Element& dataElement) {
     if (!timestamp || !seconds) {
         return std::nullopt;
     }
+    // In whole seconds and the milliseconds beside them, which are never negative: only the end itself may be too far.
     constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
     constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-    const std::int64_t lasting = *seconds > highest / 1000  ? highest
-                                 : *seconds < lowest / 1000 ? lowest
-                                                            : *seconds * 1000;
-    if (lasting > 0 && *timestamp > highest - lasting) {
-        return highest;
+    const std::int64_t beside = (*timestamp % 1000 + 1000) % 1000;
+    const std::int64_t whole = *timestamp / 1000 - (*timestamp % 1000 < 0 ? 1 : 0);
+    if (whole > 0 ? *seconds > highest - whole : *seconds < lowest - whole) {
+        return whole > 0 ? highest : lowest;
     }
-    if (lasting < 0 && *timestamp < lowest - lasting) {
-        return lowest;
+    const std::int64_t end = whole + *seconds;
+    if (end >= 0) {
+        return end > (highest - beside) / 1000 ? highest : end * 1000 + beside;
     }
-    return *timestamp + lasting;
+    return end + 1 < (lowest + 1000 - beside) / 1000 ? lowest : (end + 1) * 1000 + (beside - 1000);
 }
 
 bool hasEnded(const Element& dataElement, std::int64_t nowMs) {

@@ -48,6 +48,10 @@ public:
     /// subscriber.
     std::string_view eventTail() const { return m_event; }
 
+    /// Another state has taken its place, or none: the store holds it no longer.
+    void retire() const noexcept { m_isRetired = true; }
+    bool isRetired() const { return m_isRetired; }
+
 private:
     Values m_values;
     std::optional<bool> m_isNew;
@@ -55,6 +59,7 @@ private:
     std::string m_event;
     std::size_t m_jsonBegin = 0;
     std::size_t m_jsonSize = 0;
+    mutable bool m_isRetired = false;
 };
 
 using ElementPtr = std::shared_ptr<const Element>;

@@ -1,5 +1,7 @@
 #include "Frames.h"
 
+#include "Release.h"
+
 #include <algorithm>
 
 namespace cdxservice {
@@ -33,7 +35,7 @@ FrameReader::Event FrameReader::next(std::string_view& input) {
         constexpr std::size_t keptBytes = 4096;
         m_message.clear();
         if (m_message.capacity() > keptBytes) {
-            m_message = std::string();
+            release(m_message);
         }
         m_messageTaken = false;
     }

@@ -1,7 +1,10 @@
 #include "HttpSession.h"
 
 #include "Channel.h"
+#include "Release.h"
 #include "ServerCore.h"
+
+#include <boost/asio/post.hpp>
 
 #include <algorithm>
 #include <new>
@@ -15,6 +18,8 @@ namespace {
 constexpr std::size_t gatheredBytes = 65'536;
 /// A peer that takes everything at once still lets the others have their turn.
 constexpr int turnsInARow = 4;
+/// So long requests that wait one behind the other are answered; then the others have their turn.
+constexpr std::chrono::milliseconds turnTime(1);
 /// How long a peer may take to read the last answer before the connection goes.
 constexpr std::chrono::seconds drainTime(5);
 
@@ -87,8 +92,8 @@ void HttpSession::consume(std::size_t bytes) {
         return;
     }
     m_begin = m_end = 0;
-    if (m_in.size() > 16 * ownBuffer) {
-        m_in = std::string();
+    if (m_in.size() > ownBuffer) {
+        release(m_in);
     }
 }
 
@@ -115,7 +120,7 @@ void HttpSession::read() {
                                        close();
                                        return;
                                    }
-                                   guarded(m_core, [&] { received(bytes); });
+                                   takeTurn([&] { received(bytes); });
                                });
 }
 
@@ -130,14 +135,13 @@ void HttpSession::received(std::size_t bytes) {
 }
 
 void HttpSession::process() {
-    while (m_phase != Phase::Ending && !m_list && m_out.size() < gatheredBytes && !unread().empty()) {
+    bool more = true;
+    while (more && m_phase != Phase::Ending && !m_list && m_out.size() < gatheredBytes && !unread().empty() &&
+           !isTurnOver()) {
         if (!m_requestBegan) {
             m_requestBegan = m_lastByte;
         }
-        const bool more = m_phase == Phase::Head ? processHead() : processBody();
-        if (!more) {
-            break;
-        }
+        more = m_phase == Phase::Head ? processHead() : processBody();
     }
     if (m_phase == Phase::Closed) {
         return;
@@ -146,9 +150,25 @@ void HttpSession::process() {
         write();
     } else if (m_phase == Phase::Ending) {
         drain();
+    } else if (more && !unread().empty()) {
+        boost::asio::post(m_core.io, [this, self = shared_from_this()] {
+            if (m_phase != Phase::Closed) {
+                takeTurn([this] { process(); });
+            }
+        });
     } else {
         read();
     }
+}
+
+template <class Step>
+void HttpSession::takeTurn(Step step) {
+    m_turnEnds = std::chrono::steady_clock::now() + turnTime;
+    guarded(m_core, step);
+}
+
+bool HttpSession::isTurnOver() const {
+    return std::chrono::steady_clock::now() >= m_turnEnds;
 }
 
 /// False when more bytes are needed, or none any more.
@@ -362,7 +382,7 @@ void HttpSession::write() {
                                         close();
                                         return;
                                     }
-                                    guarded(m_core, [&] { sent(more, m_core.now()) ? write() : written(); });
+                                    takeTurn([&] { sent(more, m_core.now()) ? write() : written(); });
                                 });
 }
 

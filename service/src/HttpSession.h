@@ -43,6 +43,9 @@ private:
 
     void read();
     void received(std::size_t bytes);
+    template <class Step>
+    void takeTurn(Step step);
+    bool isTurnOver() const;
     void process();
     bool processHead();
     bool processBody();
@@ -76,6 +79,7 @@ private:
     std::optional<ListBody> m_list; ///< What of the last answer has not been written to m_out.
     bool m_writing = false;
     bool m_reading = false;
+    std::chrono::steady_clock::time_point m_turnEnds;
     Time m_lastByte;
     std::optional<Time> m_requestBegan;
 };

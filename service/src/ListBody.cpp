@@ -1,5 +1,6 @@
 #include "ListBody.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace cdxservice {
@@ -18,6 +19,18 @@ ListBody::ListBody(const ResourceSchema& schema, std::vector<ElementPtr> element
             m_remaining += scratch.size();
         }
     }
+}
+
+std::size_t ListBody::held() const {
+    std::size_t held = m_elements.capacity() * sizeof(ElementPtr);
+    for (std::size_t i = m_next; i < m_elements.size(); ++i) {
+        const ElementPtr& element = m_elements[i];
+        if (element->isRetired()) {
+            held += (sizeof(Element) + 2 * element->eventTail().size()) /
+                    static_cast<std::size_t>(std::max(1L, element.use_count()));
+        }
+    }
+    return held;
 }
 
 bool ListBody::write(OutBuffer& out, std::size_t bytes) {

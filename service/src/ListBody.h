@@ -22,8 +22,8 @@ public:
     std::uint64_t remaining() const { return m_remaining; }
     /// Appends to `out` until it holds `bytes` or, with one element, more. False when nothing is left to write.
     bool write(OutBuffer& out, std::size_t bytes);
-    /// The memory that is its own; the elements have other owners, or are shared by all lists of that moment.
-    std::size_t held() const { return m_elements.capacity() * sizeof(ElementPtr); }
+    /// About the memory that it holds: its own, and its part of the elements that only such lists still hold.
+    std::size_t held() const;
 
 private:
     void writeOne(OutBuffer& out, const ElementPtr& element) const;

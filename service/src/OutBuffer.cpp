@@ -1,5 +1,9 @@
 #include "OutBuffer.h"
 
+#include "Release.h"
+
+#include <algorithm>
+
 namespace cdxservice {
 
 void OutBuffer::append(std::string_view bytes, const std::shared_ptr<const void>& owner) {
@@ -9,6 +13,14 @@ void OutBuffer::append(std::string_view bytes, const std::shared_ptr<const void>
     }
     m_shared.push_back({m_text.size(), bytes, owner});
     m_sharedSize += bytes.size();
+}
+
+std::size_t OutBuffer::held() const {
+    std::size_t held = m_text.capacity();
+    for (const Shared& shared : m_shared) {
+        held += shared.bytes.size() / static_cast<std::size_t>(std::max(1L, shared.owner.use_count()));
+    }
+    return held;
 }
 
 OutBuffer::View OutBuffer::view() {
@@ -53,11 +65,11 @@ void OutBuffer::shrink() {
     constexpr std::size_t keptBytes = 4096;
     constexpr std::size_t keptEntries = 64;
     if (m_text.capacity() > keptBytes) {
-        m_text = std::string();
+        release(m_text);
     }
     if (m_buffers.capacity() > keptEntries) {
-        m_shared = {};
-        m_buffers = {};
+        release(m_shared);
+        release(m_buffers);
     }
 }
 

@@ -26,8 +26,8 @@ public:
 
     bool empty() const { return m_text.empty() && m_shared.empty(); }
     std::size_t size() const { return m_text.size() + m_sharedSize; }
-    /// The memory that is its own; what it shares has other owners.
-    std::size_t held() const { return m_text.capacity(); }
+    /// About the memory that it holds: its own, and its part of what it shares with others.
+    std::size_t held() const;
     /// What is still to be written, for asio; valid until the next call that is not const.
     struct View {
         using value_type = boost::asio::const_buffer;

@@ -86,6 +86,7 @@ void Resource::commit(const ElementPtr& element) noexcept {
     m_log.commit(element->revision(), place ? place->revision() : 0);
     if (place) {
         unindex(*place);
+        place->retire();
     }
     place = element;
 }
@@ -97,6 +98,7 @@ void Resource::commitRemoval(const std::string& id, Revision revision) noexcept 
         // The caller's id may be the element's own.
         const ElementPtr kept = std::move(found->second);
         unindex(*kept);
+        kept->retire();
         m_byId.erase(found);
     }
 }

@@ -20,6 +20,19 @@ constexpr std::size_t elementAllowance = 1024;
 constexpr std::chrono::seconds stillAfter(5);
 constexpr std::size_t urgentFactor = 4;
 
+int magnitude(std::size_t bytes) {
+    int bits = 0;
+    for (; bytes > 0; bytes >>= 1) {
+        ++bits;
+    }
+    return bits;
+}
+
+bool endsBefore(const Connection& one, const Connection& other) {
+    const int more = magnitude(one.weight) - magnitude(other.weight);
+    return more > 0 || (more == 0 && one.lastProgress() < other.lastProgress());
+}
+
 } // namespace
 
 ServerCore::ServerCore(boost::asio::io_context& context, const ServerOptions& given, Access::Rules rules)
@@ -122,25 +135,32 @@ void ServerCore::grown(std::size_t bytes) {
     }
 }
 
-/// Whoever has not moved a byte for longest has the least to lose; whoever has just moved one may only be waiting for
-/// its turn. Takes no memory, which may be what is short.
+/// Nobody ends who keeps to a share with which all together stay within the bound that is never passed. Of the others
+/// those end first that hold the most, and of such as hold about as much, whoever has not moved a byte for longest: who
+/// has just moved one may only be waiting for its turn. Takes no memory, which may be what is short.
 void ServerCore::relieve() {
     m_grown = 0;
+    const std::size_t share = urgentFactor * (options.maxHeldBytes / options.maxConnections);
+    const auto stillSince = now() - stillAfter;
     std::size_t held = 0;
-    forEach(m_connections, [&](Connection& connection) { held += connection.held(); });
+    forEach(m_connections, [&](Connection& connection) {
+        connection.weight = connection.held();
+        held += connection.weight;
+    });
     while (held > options.maxHeldBytes) {
-        Connection* stillest = nullptr;
+        const bool isUrgent = held / urgentFactor > options.maxHeldBytes;
+        Connection* next = nullptr;
         forEach(m_connections, [&](Connection& connection) {
-            if (connection.held() > 0 && (!stillest || connection.lastProgress() < stillest->lastProgress())) {
-                stillest = &connection;
+            const bool isCandidate = connection.weight > share && (isUrgent || connection.lastProgress() <= stillSince);
+            if (isCandidate && (!next || endsBefore(connection, *next))) {
+                next = &connection;
             }
         });
-        const bool isUrgent = held / urgentFactor > options.maxHeldBytes;
-        if (!stillest || (!isUrgent && now() - stillest->lastProgress() < stillAfter)) {
+        if (!next) {
             return;
         }
-        held -= stillest->held();
-        stillest->close();
+        held -= next->weight;
+        next->close();
         ++m_relieved;
     }
 }

@@ -45,10 +45,11 @@ std::size_t Subscriptions::held() const {
 bool Subscriptions::write(OutBuffer& out, std::size_t enough) {
     std::size_t steps = stepsOfATurn;
     for (std::size_t i = 0; i < m_resources.size(); ++i) {
-        if (write(m_resources[m_turn], m_turn, out, enough, steps)) {
+        const std::size_t resource = m_turn;
+        m_turn = (m_turn + 1) % m_resources.size();
+        if (write(m_resources[resource], resource, out, enough, steps)) {
             return true;
         }
-        m_turn = (m_turn + 1) % m_resources.size();
     }
     return false;
 }
@@ -67,9 +68,12 @@ bool Subscriptions::write(OfResource& those, std::size_t resource, OutBuffer& ou
             if (steps == 0 || out.size() >= enough) {
                 return true;
             }
-            if (!at->second.writeNext(out, log, m_exchange.epoch(), steps)) {
+            const bool more = at->second.writeNext(out, log, m_exchange.epoch(), steps);
+            const bool isCutOff = more && out.size() >= enough;
+            if (!more || isCutOff) {
                 ++at;
             }
+            those.again = those.again || isCutOff;
         }
         those.next = those.again ? 0 : OfResource::none;
         those.again = false;

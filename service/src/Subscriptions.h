@@ -15,7 +15,8 @@ class Exchange;
 /// The subscriptions of one channel, and which of them may have something to tell.
 ///
 /// One that has told everything is not looked at again before its resource changes, and a turn takes a bounded number
-/// of steps: however many subscriptions a client makes, the others get their turn.
+/// of steps: however many subscriptions a client makes, the others get their turn. Whoever is cut off goes on after the
+/// channel's other subscriptions had theirs.
 class Subscriptions {
 public:
     explicit Subscriptions(const Exchange& exchange);
@@ -44,7 +45,7 @@ private:
 
     const Exchange& m_exchange;
     std::vector<OfResource> m_resources;
-    std::size_t m_turn = 0; ///< The resource that is served first: whoever was cut off goes on.
+    std::size_t m_turn = 0; ///< The resource that is served first.
 };
 
 } // namespace cdxservice

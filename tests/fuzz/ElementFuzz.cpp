@@ -1,10 +1,11 @@
 // Any text, through the parser, into each element, and out again. What is held: nothing but a std::exception comes from
 // the parser, a fill throws nothing, and what was written out fills an element that writes out the same.
+#include "Hold.h"
+#include "SilentLogger.h"
+
 #include <Cardataexchange.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <string>
 
@@ -12,27 +13,8 @@ namespace {
 
 using Service = xalobjects_GX2::CardataexchangeService;
 
-class SilentLogger : public xalutil::ILogger {
-public:
-    void trace(const std::string&) override {}
-    void debug(const std::string&) override {}
-    void info(const std::string&) override {}
-    void warning(const std::string& message) override { m_length += message.size(); }
-    void error(const std::string&) override {}
-    void system(const std::string&) override {}
-    bool isTrace() const override { return false; }
-    bool isDebug() const override { return false; }
-    bool isInfo() const override { return false; }
-    bool isWarning() const override { return true; } // the texts are to be built
-    bool isError() const override { return false; }
-    bool isSystem() const override { return false; }
-    std::shared_ptr<ILogger> getSubFacilityLogger(const std::string&) const override {
-        return std::make_shared<SilentLogger>();
-    }
-
-private:
-    std::size_t m_length = 0;
-};
+using cdxfuzz::hold;
+using cdxfuzz::SilentLogger;
 
 class SilentFactory : public xalutil::LoggerFactory {
 public:
@@ -40,13 +22,6 @@ public:
         return std::make_unique<SilentLogger>();
     }
 };
-
-void hold(bool condition, const char* claim) {
-    if (condition)
-        return;
-    std::fprintf(stderr, "does not hold: %s\n", claim);
-    std::abort();
-}
 
 template <class Element>
 void fillAndWriteOut(const std::shared_ptr<xalutil::JsonObject>& object) {

@@ -4,6 +4,7 @@
 #include <support/ProcessState.h>
 #include <support/Tcp.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 #include <vector>
 
@@ -60,6 +62,14 @@ public:
     }
     std::size_t descriptors() const { return cdxtest::openDescriptors(std::to_string(m_pid)).size(); }
     long residentKib() const { return cdxtest::residentKib(std::to_string(m_pid)); }
+    std::chrono::nanoseconds processorTime() const {
+        clockid_t clock = {};
+        timespec time = {};
+        if (::clock_getcpuclockid(m_pid, &clock) != 0 || ::clock_gettime(clock, &time) != 0) {
+            throw std::runtime_error("no processor time is told of the program");
+        }
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    }
     void signal(int number) const { ::kill(m_pid, number); }
     /// The exit status; negative: the signal that ended it.
     int wait() {

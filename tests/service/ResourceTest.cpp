@@ -95,7 +95,22 @@ TEST_F(DataResource, SaturatesTheEndOfAnElementsTime) {
     EXPECT_EQ(endOfTime(*data("1", "a", "x", highest, 1)), highest);
     EXPECT_EQ(endOfTime(*data("1", "a", "x", lowest, -1)), lowest);
     EXPECT_EQ(endOfTime(*data("1", "a", "x", -1000, lowest)), lowest);
-    EXPECT_EQ(endOfTime(*data("1", "a", "x", lowest, highest)), lowest + highest);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", lowest, highest)), highest) << "though its beginning is as far as can be";
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", highest, lowest)), lowest);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", lowest, 0)), lowest);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", highest, 0)), highest);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", lowest, 1)), lowest + 1000);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", highest, -1)), highest - 1000);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", -1500, 1)), -500);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", -500, 1)), 500);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", 1500, -2)), -500);
+    const std::int64_t mostSeconds = highest / 1000; // 9223372036854775, and 807 milliseconds are left
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", 807, mostSeconds)), highest);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", 806, mostSeconds)), highest - 1);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", 808, mostSeconds)), highest);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", -808, -mostSeconds)), lowest);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", -807, -mostSeconds)), lowest + 1);
+    EXPECT_EQ(endOfTime(*data("1", "a", "x", -809, -mostSeconds)), lowest);
 }
 
 } // namespace

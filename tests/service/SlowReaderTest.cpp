@@ -135,8 +135,10 @@ TEST_F(SlowReaders, ManyOfAListHoldLittleAndHarmNobody) {
 
 class HeldMemory : public SlowReaders {
 protected:
+    static constexpr std::size_t mebibyte = 1'048'576;
+
     HeldMemory() {
-        options.maxHeldBytes = 2'097'152;
+        options.maxHeldBytes = 2 * mebibyte;
         options.log = [this](const std::string& line) {
             if (line.find("held memory") != std::string::npos) {
                 ++relieved;
@@ -224,6 +226,112 @@ TEST_F(HeldMemory, OfBodiesThatNeverEndIsBounded) {
     EXPECT_GT(relieved, 0);
     EXPECT_TRUE(grown < 48 * 1024 || !memoryTells) << "four times the bound, and buffers that were doubled";
     EXPECT_EQ(client->post(configPath, "{}").status, 201) << "whoever holds nothing is not ended";
+}
+
+TEST_F(HeldMemory, IsGivenBackOnceItsConnectionIsQuiet) {
+    std::vector<cdxtest::HttpTestClient> quiet;
+    for (int i = 0; i < 20; ++i) {
+        quiet.emplace_back(server->port());
+        EXPECT_EQ(quiet.back().post(configPath, R"({"none":")" + std::string(400'000, 'x') + "\"}").status, 422);
+    }
+    fill(100, 1'000);
+    std::vector<cdxtest::WebSocketPeer> channels;
+    for (int i = 0; i < 80; ++i) {
+        channels.push_back(channel());
+        channels.back().text(R"({"op":"subscribe","sub":1,"resource":"cdxConfig"})");
+        while (text(message(channels.back()).at("op")) != "current") {
+        }
+        channels.back().text(R"({"op":"unsubscribe","sub":1,")" + std::string(60'000, ' ') + "\":1}");
+        EXPECT_EQ(message(channels.back()).at("status"), 400);
+    }
+    advance(std::chrono::seconds(10));
+    EXPECT_EQ(relieved, 0);
+    for (cdxtest::HttpTestClient& each : quiet) {
+        EXPECT_EQ(each.get("/health").status, 200);
+    }
+}
+
+class HeldStates : public HeldMemory {
+protected:
+    /// Elements that take some 16 MB, more than the system holds of a list on its way.
+    void fillWithin(std::size_t maxHeldBytes) {
+        options.maxHeldBytes = maxHeldBytes;
+        startService();
+        fill(40, 200'000);
+    }
+    void addReaders(int count) {
+        for (int i = 0; i < count; ++i) {
+            readers.push_back(askAndReadNothing());
+        }
+    }
+    void replaceAll() {
+        const auto list = boost::json::parse(client->get(std::string(configPath) + "?fields=id").body);
+        const std::string body = R"({"recordBody":")" + std::string(200'001 + replaced, 'x') + "\"}";
+        for (const auto& element : list.as_array()) {
+            EXPECT_EQ(client->patch(text(element.at("uri")), body).status, 200);
+        }
+        ++replaced;
+    }
+
+    std::vector<TcpPeer> readers;
+    std::size_t replaced = 0;
+};
+
+TEST_F(HeldStates, AreNobodysWhileTheyAreCurrent) {
+    fillWithin(4 * mebibyte);
+    addReaders(8);
+    advance(std::chrono::seconds(6));
+    EXPECT_EQ(relieved, 0);
+    replaceAll();
+    advance(std::chrono::seconds(6));
+    EXPECT_GT(relieved, 0) << "now only the readers hold them";
+}
+
+TEST_F(HeldStates, ThatWereReplacedAreSharedByTheirReaders) {
+    fillWithin(24 * mebibyte);
+    addReaders(8);
+    replaceAll();
+    advance(std::chrono::seconds(6));
+    EXPECT_EQ(relieved, 0) << "eight hold the same ones";
+    for (int generation = 0; generation < 4; ++generation) {
+        addReaders(1);
+        replaceAll();
+    }
+    advance(std::chrono::seconds(6));
+    EXPECT_GT(relieved, 0);
+}
+
+TEST_F(HeldMemory, IsNotTakenFromThoseWhoKeepToTheirShare) {
+    options.maxConnections = 64; // a share is 128 KiB
+    startService();
+    fill(1, 60'000);
+    cdxtest::WebSocketPeer quiet = channel();
+    for (int sub = 1; sub <= 200; ++sub) {
+        quiet.text(R"({"op":"subscribe","sub":)" + std::to_string(sub) + R"(,"resource":"cdxTrigger"})");
+        EXPECT_EQ(message(quiet).at("op"), "subscribed");
+        EXPECT_EQ(message(quiet).at("op"), "current");
+    }
+    cdxtest::HttpTestClient begun(server->port());
+    begun.send("POST " + std::string(configPath) + " HTTP/1.1\r\n" + host() + jsonType +
+               "Content-Length: 50000\r\n\r\n" + std::string(49'998, ' '));
+    advance(std::chrono::seconds(30));
+    std::vector<TcpPeer> writers;
+    const auto deadline = std::chrono::steady_clock::now() + cdxtest::patience;
+    while (relieved == 0 && std::chrono::steady_clock::now() < deadline) {
+        if (writers.size() == 40) {
+            EXPECT_EQ(client->get("/health").status, 200);
+            continue;
+        }
+        writers.push_back(TcpPeer::connect(server->port()));
+        writers.back().send("POST " + std::string(configPath) + " HTTP/1.1\r\n" + host() + jsonType +
+                            "Content-Length: 1000000\r\n\r\n" + std::string(999'999, ' '));
+        EXPECT_EQ(client->get("/health").status, 200);
+    }
+    EXPECT_GT(relieved, 0);
+    begun.send("{}");
+    EXPECT_EQ(begun.read().status, 201) << "though it was still for longest";
+    make("/CarDataExchange/cdxTrigger", "{}");
+    EXPECT_EQ(message(quiet).at("op"), "event");
 }
 
 TEST_F(HeldMemory, OfAListThatIsLargerIsNoReasonToEndItsReader) {

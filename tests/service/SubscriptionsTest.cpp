@@ -67,14 +67,47 @@ TEST_F(SubscriptionsTest, TellWhatTheirResourceHasAndNothingTwice) {
     EXPECT_EQ(turn(false), Subs());
 }
 
-TEST_F(SubscriptionsTest, ThatAreCutOffGoOnFirst) {
+TEST_F(SubscriptionsTest, ThatAreCutOffGoOnAfterTheOthers) {
     for (std::uint64_t sub = 1; sub <= 3; ++sub) {
         subscribe(sub, "cdxConfig");
     }
     EXPECT_EQ(turn(true, 1), Subs({1}));
     EXPECT_EQ(turn(true, 1), Subs({2}));
     post("cdxConfig", R"({"id":"a"})");
-    EXPECT_EQ(turn(false), Subs({2, 3, 3, 1})) << "and the change reaches those who had their turn";
+    EXPECT_EQ(turn(false), Subs({3, 3, 1, 2})) << "and the change reaches those who had their turn";
+}
+
+TEST_F(SubscriptionsTest, OfAClientThatLagsAllHaveTheirTurn) {
+    for (const char* id : {"a", "b", "c"}) {
+        post("cdxConfig", std::string(R"({"id":")") + id + "\"}");
+    }
+    subscribe(1, "cdxConfig");
+    subscribe(2, "cdxConfig");
+    subscribe(3, "cdxTrigger");
+    Subs told;
+    for (int i = 0; i < 9; ++i) {
+        post("cdxConfig", R"({"id":"new)" + std::to_string(i) + "\"}");
+        const Subs now = turn(true, 1);
+        told.insert(told.end(), now.begin(), now.end());
+    }
+    EXPECT_EQ(told, Subs({1, 3, 2, 1, 2, 1, 2, 1, 2})) << "though the first one never comes to an end";
+}
+
+TEST_F(SubscriptionsTest, OfOtherElementsHoldUpNobodyWhileTheirResourceChanges) {
+    for (std::uint64_t sub = 1; sub <= 5'000; ++sub) {
+        subscribe(sub, "cdxConfig", "other");
+    }
+    OutBuffer out;
+    while (subscriptions.write(out, 32'768)) {
+        out.clear();
+    }
+    subscribe(5'001, "cdxTrigger");
+    EXPECT_EQ(turn(false), Subs({5'001}));
+    post("cdxConfig", "{}");
+    EXPECT_EQ(turn(true), Subs());
+    post("cdxTrigger", "{}");
+    post("cdxConfig", "{}");
+    EXPECT_EQ(turn(true), Subs({5'001})) << "before the thousands have been looked at";
 }
 
 TEST_F(SubscriptionsTest, ThatAreMadeOrReleasedMeanwhileAreServedOrNot) {

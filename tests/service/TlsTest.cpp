@@ -1,9 +1,11 @@
 #include "ServiceFixture.h"
 
-#include <openssl/evp.h>
-#include <openssl/pem.h>
+#include <support/ComesTrue.h>
+#include <support/P99.h>
+#include <support/ProcessState.h>
+#include <support/TlsIdentity.h>
+
 #include <openssl/ssl.h>
-#include <openssl/x509.h>
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -20,35 +22,18 @@ template <class T, void (*release)(T*)>
 struct Release {
     void operator()(T* object) const { release(object); }
 };
-using Key = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY, EVP_PKEY_free>>;
-using Certificate = std::unique_ptr<X509, Release<X509, X509_free>>;
 using Context = std::unique_ptr<SSL_CTX, Release<SSL_CTX, SSL_CTX_free>>;
 using Session = std::unique_ptr<SSL, Release<SSL, SSL_free>>;
 
-/// A key, a certificate that it signed itself and a token, in files that go with the object.
+/// A key, a certificate that vouches for itself and a token, in files that go with the object.
 class Credentials {
 public:
     Credentials() {
         std::string pattern = (std::filesystem::temp_directory_path() / "cdx-tls-XXXXXX").string();
         m_folder = ::mkdtemp(pattern.data());
-        const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
-        const Certificate certificate(X509_new());
-        X509_set_version(certificate.get(), 2);
-        ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 1);
-        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -60);
-        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600);
-        X509_set_pubkey(certificate.get(), key.get());
-        X509_NAME* name = X509_get_subject_name(certificate.get());
-        const unsigned char common[] = "localhost";
-        X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, common, -1, -1, 0);
-        X509_set_issuer_name(certificate.get(), name);
-        X509_sign(certificate.get(), key.get(), nullptr);
-        std::FILE* file = std::fopen(keyFile().c_str(), "w");
-        PEM_write_PrivateKey(file, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
-        std::fclose(file);
-        file = std::fopen(certificateFile().c_str(), "w");
-        PEM_write_X509(file, certificate.get());
-        std::fclose(file);
+        const cdxtest::TlsIdentity identity = cdxtest::selfSigned({{"localhost"}});
+        std::ofstream(keyFile()) << identity.key;
+        std::ofstream(certificateFile()) << identity.certificate;
         std::ofstream(tokenFile()) << "s3cret";
     }
     ~Credentials() { std::filesystem::remove_all(m_folder); }
@@ -170,6 +155,37 @@ TEST_F(Tls, EndsAHandshakeThatNeverEnds) {
     EXPECT_EQ(exchange(get).substr(9, 3), "200") << "others are served meanwhile";
     clock->advance(options.idleTimeout);
     EXPECT_TRUE(client->isEnded());
+}
+
+TEST_F(Tls, HandshakesThatFailHarmNobody) {
+    const auto slowest = [this] {
+        const std::string get = "GET /health HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
+        std::vector<std::chrono::steady_clock::duration> times;
+        for (int i = 0; i < 50; ++i) {
+            const auto begin = std::chrono::steady_clock::now();
+            EXPECT_EQ(exchange(get).substr(9, 3), "200");
+            times.push_back(std::chrono::steady_clock::now() - begin);
+        }
+        return cdxtest::p99(std::move(times));
+    };
+    const auto alone = slowest();
+    client->close();
+    const std::size_t descriptors = cdxtest::openDescriptors().size();
+    std::vector<cdxtest::TcpPeer> hostile;
+    for (int i = 0; i < 100; ++i) {
+        for (const std::string& bytes :
+             {std::string("\x16\x03\x01\x02\x00\x01", 6), std::string("\x15\x03\x03\x00\x02\x02\x30", 7),
+              std::string("GET / HTTP/1.1\r\n\r\n"), std::string(1'000, '\xff')}) {
+            hostile.push_back(cdxtest::TcpPeer::connect(server->port()));
+            hostile.back().send(bytes);
+        }
+    }
+    const auto beside = slowest();
+    std::cout << "p99 of a connection with its request " << alone.count() << " us alone, " << beside.count()
+              << " us beside 400 handshakes that fail or never end\n";
+    EXPECT_TRUE(beside < std::chrono::seconds(1) || !cdxtest::timeTells);
+    hostile.clear();
+    EXPECT_TRUE(cdxtest::comesTrue([&] { return cdxtest::openDescriptors().size() <= descriptors; }));
 }
 
 TEST_F(Tls, SpeaksNothingElse) {

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <malloc.h>
+#include <map>
+#include <optional>
+#include <unistd.h>
 
 namespace cdxtest {
 
@@ -13,6 +17,25 @@ std::vector<int> numbersIn(const std::string& folder) {
     for (const auto& entry : std::filesystem::directory_iterator(folder))
         numbers.push_back(std::stoi(entry.path().filename()));
     return numbers;
+}
+
+/// How often each other thread of this process has given the processor up; nothing unless all of them wait.
+std::optional<std::map<int, std::string>> waits() {
+    std::map<int, std::string> all;
+    for (const int thread : threads()) {
+        if (thread == ::gettid())
+            continue;
+        std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/status");
+        bool isWaiting = false;
+        for (std::string line; std::getline(file, line);) {
+            isWaiting = isWaiting || line.rfind("State:\tS", 0) == 0;
+            if (line.find("voluntary_ctxt_switches") != std::string::npos)
+                all[thread] += line;
+        }
+        if (!isWaiting)
+            return std::nullopt;
+    }
+    return all;
 }
 
 } // namespace
@@ -35,6 +58,11 @@ bool hasThread(const std::string& name, const std::string& process) {
     });
 }
 
+bool othersRest() {
+    const auto before = waits();
+    return before && before == waits();
+}
+
 long residentKib(const std::string& process) {
     std::ifstream status("/proc/" + process + "/status");
     long kibibytes = 0;
@@ -42,6 +70,11 @@ long residentKib(const std::string& process) {
     }
     status >> kibibytes;
     return kibibytes;
+}
+
+long allocatedBytes() {
+    const struct mallinfo2 heap = ::mallinfo2();
+    return static_cast<long>(heap.uordblks + heap.hblkhd);
 }
 
 } // namespace cdxtest

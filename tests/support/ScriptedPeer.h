@@ -63,8 +63,8 @@ private:
 ///     });
 ///     ... connect to peer.port() ...
 ///
-/// A connection is closed when its script returns. A script that throws ends; getFailure() tells what it threw. The
-/// destructor ends all scripts: whatever they wait for gives up.
+/// A connection is closed when its script returns or throws, as it does when the other side goes. The destructor ends
+/// all scripts: whatever they wait for gives up.
 class ScriptedPeer {
 public:
     using Script = std::function<void(PeerConnection&)>;
@@ -84,8 +84,6 @@ public:
     std::size_t getConnections() const { return m_accepted; }
     /// Waits until all scripts have run; false when the patience is over before.
     bool awaitScripts();
-    /// What scripts threw so far, one a line; empty when none did.
-    std::string getFailure() const;
 
 private:
     void accept();
@@ -98,10 +96,9 @@ private:
     std::uint16_t m_port = 0;
     std::atomic<std::size_t> m_accepted{0};
 
-    mutable std::mutex m_mutex; ///< guards what follows
+    std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_changed;
     std::size_t m_ended = 0;
-    std::string m_failures;
 
     std::vector<std::thread> m_runners; ///< of the accepting thread, until that is joined
     std::thread m_acceptor;

@@ -81,6 +81,21 @@ std::string alternativeNames(const TlsSubject& subject) {
     return all;
 }
 
+/// Without an issuer it vouches for itself.
+TlsIdentity identify(const TlsSubject& subject, X509* issuer, EVP_PKEY* issuersKey) {
+    const Key key = makeKey();
+    const Certificate made = begin("Test Server", *key, subject.validFromSeconds, subject.validToSeconds);
+    X509& voucher = issuer != nullptr ? *issuer : *made;
+    X509_set_issuer_name(made.get(), X509_get_subject_name(&voucher));
+    const std::string names = alternativeNames(subject);
+    if (!names.empty())
+        addExtension(*made, voucher, NID_subject_alt_name, names);
+    check(X509_sign(made.get(), issuersKey != nullptr ? issuersKey : key.get(), EVP_sha256()) > 0);
+    return {pemOf(*made), pemOf([&](BIO* bio) {
+                return PEM_write_bio_PrivateKey(bio, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+            })};
+}
+
 } // namespace
 
 struct CertificateAuthority::Keys {
@@ -102,16 +117,11 @@ CertificateAuthority::CertificateAuthority(const std::string& name) : m_keys(std
 CertificateAuthority::~CertificateAuthority() = default;
 
 TlsIdentity CertificateAuthority::issue(const TlsSubject& subject) const {
-    const Key key = makeKey();
-    const Certificate made = begin("Test Server", *key, subject.validFromSeconds, subject.validToSeconds);
-    X509_set_issuer_name(made.get(), X509_get_subject_name(m_keys->certificate.get()));
-    const std::string names = alternativeNames(subject);
-    if (!names.empty())
-        addExtension(*made, *m_keys->certificate, NID_subject_alt_name, names);
-    check(X509_sign(made.get(), m_keys->key.get(), EVP_sha256()) > 0);
-    return {pemOf(*made), pemOf([&](BIO* bio) {
-                return PEM_write_bio_PrivateKey(bio, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
-            })};
+    return identify(subject, m_keys->certificate.get(), m_keys->key.get());
+}
+
+TlsIdentity selfSigned(const TlsSubject& subject) {
+    return identify(subject, nullptr, nullptr);
 }
 
 } // namespace cdxtest

@@ -39,6 +39,9 @@ private:
     std::string m_pem;
 };
 
+/// One that nobody but itself vouches for.
+TlsIdentity selfSigned(const TlsSubject& subject);
+
 } // namespace cdxtest
 
 #endif

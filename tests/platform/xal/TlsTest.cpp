@@ -30,8 +30,8 @@ protected:
         ::setenv("SSL_CERT_FILE", write("ca", trusted.certificate()).c_str(), 1);
     }
     /// Starts the service with such a certificate; the client reaches it by this host.
-    void start(const cdxtest::TlsSubject& subject, const std::string& host) {
-        const auto identity = authority.issue(subject);
+    void start(const cdxtest::TlsSubject& subject, const std::string& host) { start(authority.issue(subject), host); }
+    void start(const cdxtest::TlsIdentity& identity, const std::string& host) {
         cdxservice::ServerOptions options;
         options.tlsCertificateFile = write("cert", identity.certificate);
         options.tlsKeyFile = write("key", identity.key);
@@ -111,6 +111,14 @@ TEST_F(Tls, RefusesWhatNobodyVouchesFor) {
     subject.names = {"localhost"};
     start(subject, "localhost");
     EXPECT_THAT(client->log->await("no connection"), testing::HasSubstr("certificate"));
+}
+
+TEST_F(Tls, RefusesACertificateThatVouchesForItself) {
+    cdxtest::TlsSubject subject;
+    subject.names = {"localhost"};
+    start(cdxtest::selfSigned(subject), "localhost");
+    EXPECT_THAT(client->log->await("no connection"), testing::HasSubstr("self-signed certificate"));
+    EXPECT_EQ(client->told.size(), 0u);
 }
 
 TEST_F(Tls, RefusesAnExpiredCertificate) {

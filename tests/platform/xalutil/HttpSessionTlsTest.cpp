@@ -59,7 +59,7 @@ public:
             const int count = run([&] { return SSL_read(m_tls.get(), buffer, sizeof buffer); });
             m_received.append(buffer, static_cast<std::size_t>(count));
         }
-        const std::string head = m_received.substr(0, m_received.find(end) + end.size());
+        std::string head = m_received.substr(0, m_received.find(end) + end.size());
         m_received.erase(0, head.size());
         return head;
     }
@@ -214,6 +214,10 @@ TEST_F(HttpSessionTlsTest, ExpiredCertificateIsRefused) {
 TEST_F(HttpSessionTlsTest, CertificateOfAnUnknownAuthorityIsRefused) {
     const CertificateAuthority other("Other CA");
     EXPECT_THAT(failureWith(other.issue({{"localhost"}}), "localhost"), HasSubstr("certificate is refused"));
+}
+
+TEST_F(HttpSessionTlsTest, CertificateThatVouchesForItselfIsRefused) {
+    EXPECT_THAT(failureWith(cdxtest::selfSigned({{"localhost"}}), "localhost"), HasSubstr("self-signed certificate"));
 }
 
 TEST_F(HttpSessionTlsTest, VersionsBefore12AreRefused) {
