@@ -57,6 +57,15 @@ soak: setup ## Exchange under random faults for SOAK_SECONDS (600), drawn from S
 	@$(call build,dev,--target soak) | tail -n 1
 	build/dev/bin/soak $(or $(SOAK_SECONDS),600) $(SEED)
 
+.PHONY: soak-tsan
+soak-tsan: setup ## The same under ThreadSanitizer: the first race ends it
+	@$(call build,tsan,--target soak) | tail -n 1
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 build/tsan/bin/soak $(or $(SOAK_SECONDS),600) $(SEED)
+
+.PHONY: load
+load: setup ## Faults and loads in full size: the loads, every cut, every shortage of memory (some half an hour)
+	@$(call build,dev,--target full-load cut-sweep memory-sweep)
+
 .PHONY: bench
 bench: setup-tools ## Measure (preset release)
 	@$(call build,release,--target bench-programs)

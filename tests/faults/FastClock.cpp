@@ -1,5 +1,7 @@
 #include "FastClock.h"
 
+#include <support/clock/Timespec.h>
+
 #include <algorithm>
 #include <atomic>
 #include <csignal>
@@ -20,21 +22,6 @@ namespace cdxtest::fastclock {
 namespace {
 
 using std::chrono::nanoseconds;
-
-nanoseconds toNanoseconds(const timespec& time) {
-    return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
-}
-
-timespec toTimespec(nanoseconds time) {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
-    return {seconds.count(), (time - seconds).count()};
-}
-
-nanoseconds systemClock(clockid_t clock) {
-    timespec time{};
-    ::syscall(SYS_clock_gettime, clock, &time);
-    return toNanoseconds(time);
-}
 
 /// Where both clocks show the same.
 nanoseconds begin() {
@@ -100,17 +87,17 @@ namespace fast = cdxtest::fastclock;
 extern "C" {
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    const auto real = fast::systemClock(clock);
-    *time = fast::toTimespec(clock == CLOCK_MONOTONIC ? fast::toFast(real) : real);
+    const auto real = cdxtest::systemClock(clock);
+    *time = cdxtest::toTimespec(clock == CLOCK_MONOTONIC ? fast::toFast(real) : real);
     return 0;
 }
 
 int timerfd_settime(int timer, int flags, const itimerspec* wanted, itimerspec* before) noexcept {
     itimerspec shortened = *wanted;
-    const auto value = fast::toNanoseconds(wanted->it_value);
+    const auto value = cdxtest::toNanoseconds(wanted->it_value);
     if (value.count() > 1) // one nanosecond is a way to say: at once
         shortened.it_value =
-            fast::toTimespec((flags & TFD_TIMER_ABSTIME) != 0 ? fast::toReal(value) : fast::shortened(value));
+            cdxtest::toTimespec((flags & TFD_TIMER_ABSTIME) != 0 ? fast::toReal(value) : fast::shortened(value));
     return static_cast<int>(::syscall(SYS_timerfd_settime, timer, flags, &shortened, before));
 }
 
@@ -128,7 +115,7 @@ int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, cl
     static auto* const real =
         fast::next<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)>("pthread_cond_clockwait");
     const timespec shortened =
-        clock == CLOCK_MONOTONIC ? fast::toTimespec(fast::toReal(fast::toNanoseconds(*until))) : *until;
+        clock == CLOCK_MONOTONIC ? cdxtest::toTimespec(fast::toReal(cdxtest::toNanoseconds(*until))) : *until;
     return real(condition, mutex, clock, &shortened);
 }
 

@@ -84,6 +84,21 @@ TEST_F(Proxied, SilenceTellsNobodyAnything) {
     EXPECT_EQ(client.read(milliseconds(50)), TcpPeer::Read::Late);
 }
 
+TEST_F(Proxied, ALossLeavesNothingButTheEnd) {
+    proxy.cut(Direction::ToClient, 3, End::Loss);
+    server.send("abcdef");
+    EXPECT_EQ(client.take(3), "abc");
+    client.send("nobody hears this");
+    server.send("nor this");
+    server.endSending();
+    EXPECT_TRUE(client.readToEnd());
+    EXPECT_EQ(client.received(), "");
+    EXPECT_TRUE(proxy.hasCut());
+    client.endSending();
+    EXPECT_TRUE(server.readToEnd());
+    EXPECT_EQ(server.received(), "");
+}
+
 TEST_F(Proxied, SlicesArriveOneByOne) {
     FaultProxy::Travel travel;
     travel.slice = 1;
@@ -135,6 +150,18 @@ TEST_F(Proxied, SwallowedConnectionsLeadNowhere) {
     TcpPeer swallowed = TcpPeer::connect(proxy.port());
     swallowed.send("a");
     EXPECT_EQ(swallowed.read(milliseconds(50)), TcpPeer::Read::Late);
+    EXPECT_FALSE(listener.accept(milliseconds(0)));
+}
+
+TEST_F(Proxied, HangsUpAndTakesWhatStillComes) {
+    proxy.hangUp(true);
+    TcpPeer caller = TcpPeer::connect(proxy.port());
+    EXPECT_EQ(caller.read(), TcpPeer::Read::End);
+    EXPECT_TRUE(caller.send(std::string(1'000'000, 'x')));
+    EXPECT_EQ(caller.read(), TcpPeer::Read::End) << "and no reset";
+    EXPECT_EQ(proxy.counts().open, 2U);
+    caller.close();
+    EXPECT_TRUE(proxy.waitFor([](const auto& counts) { return counts.open == 1; }));
     EXPECT_FALSE(listener.accept(milliseconds(0)));
 }
 

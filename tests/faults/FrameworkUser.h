@@ -1,6 +1,10 @@
 #ifndef CDXTESTS_FAULTS_FRAMEWORKUSER_H
 #define CDXTESTS_FAULTS_FRAMEWORKUSER_H
 
+#include <support/HttpTestClient.h>
+
+#include <boost/json/parse.hpp>
+
 #include <map>
 #include <memory>
 #include <mutex>
@@ -8,6 +12,15 @@
 #include <string>
 
 namespace cdxtest {
+
+/// The names of the configuration records that a service has, and how often it has each.
+inline std::map<std::string, int> storedAt(std::uint16_t port) {
+    std::map<std::string, int> names;
+    const auto elements = boost::json::parse(HttpTestClient(port).get("/CarDataExchange/cdxConfig").body);
+    for (const auto& element : elements.as_array())
+        ++names[std::string(element.at("name").as_string())];
+    return names;
+}
 
 /// A program on the framework's own interface that subscribes to the configuration records and writes them, and counts
 /// what comes of it.
@@ -60,11 +73,6 @@ public:
         std::unique_lock<std::mutex> lock(m_mutex);
         return m_changed.wait_for(lock, xaltest::patience, [&] { return m_names.count(name) != 0; });
     }
-    /// Waits until the latest notification has so many elements.
-    bool seesCount(std::size_t count) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, xaltest::patience, [&] { return m_names.size() == count; });
-    }
 
     /// How many results each creation had.
     std::map<std::string, int> results() {
@@ -81,6 +89,17 @@ public:
     std::map<std::string, int> names() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_names;
+    }
+    /// Whether the latest notification comes to name what the service on that port stores. What another service alone
+    /// had shows as gone with the next change, so that changes are made as long as it does not.
+    bool comesToHoldWhatIsStoredAt(std::uint16_t port) {
+        for (int i = 0; i < 10 && names() != storedAt(port); ++i) {
+            const std::string change = "change-" + std::to_string(i);
+            create(change);
+            if (!sees(change))
+                return false;
+        }
+        return names() == storedAt(port);
     }
     std::size_t notifications() {
         const std::lock_guard<std::mutex> lock(m_mutex);

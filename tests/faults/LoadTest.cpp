@@ -26,6 +26,14 @@ std::size_t sized(std::size_t daily, std::size_t full) {
     return std::getenv("CDX_FULL_LOAD") ? full : daily;
 }
 
+/// What the changes of one small element may hold, however many they are: 256 of them wait for a handler, some that the
+/// service has not sent yet wait there.
+constexpr long mostKib = 1024;
+
+long allocatedKib() {
+    return allocatedBytes() / 1024;
+}
+
 class Load : public ::testing::Test {
 protected:
     Load() { m_service.start(); }
@@ -47,7 +55,7 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
     };
     ASSERT_TRUE(user.start());
     ASSERT_TRUE(arrived.await());
-    const long before = residentKib();
+    const long before = allocatedKib();
     const auto begin = steady_clock::now();
     for (int i = 1; i <= changes; ++i) {
         const HttpAnswer answer =
@@ -55,9 +63,10 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
                           R"({"name":")" + std::to_string(i) + R"(","recordBody":")" + std::string(500, 'x') + R"("})");
         ASSERT_EQ(answer.status, 200) << answer.body;
     }
-    const long grown = residentKib() - before;
-    // Longer than a silent peer gets: the time is what is tested.
-    const auto left = std::chrono::duration_cast<milliseconds>(begin + milliseconds(2000) - steady_clock::now());
+    const long grown = allocatedKib() - before;
+    // The time is what is tested; daily runs test it by a clock that runs faster (BlockedHandler).
+    const milliseconds wanted(sized(0, 10'000));
+    const auto left = std::chrono::duration_cast<milliseconds>(begin + wanted - steady_clock::now());
     EXPECT_EQ(user.client.log->await("lost", std::max(left, milliseconds(0))), "");
     const auto blocked = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
     released.set();
@@ -65,7 +74,7 @@ TEST_F(Load, OfChangesToABlockedHandlerTakesBoundedMemoryAndLosesNothing) {
     RecordProperty("grown_kib", static_cast<int>(grown));
     std::cout << changes << " changes to a handler blocked for " << blocked.count() << " ms: grown by " << grown
               << " KiB\n";
-    EXPECT_TRUE(grown < 64 * 1024 || !memoryTells) << grown;
+    EXPECT_TRUE(grown < mostKib || !memoryTells) << grown;
     EXPECT_EQ(user.client.told.count("disconnected"), 0U) << "one's own slow handler is no loss of the connection";
 }
 
@@ -105,7 +114,7 @@ TEST_F(Load, OfManyConnectionsThroughTheFrameworkLeavesThemAllWithTheSameState) 
     const std::size_t programs = sized(200, 1'000);
     HttpTestClient vehicle(m_service.port());
     ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"id":"one","name":"first"})").status, 201);
-    const long before = residentKib();
+    const long before = allocatedKib();
     const auto begin = steady_clock::now();
     xaltest::TestClient shared(m_service.uri());
     shared.makeRegistry();
@@ -144,7 +153,7 @@ TEST_F(Load, OfManyConnectionsThroughTheFrameworkLeavesThemAllWithTheSameState) 
     };
     ASSERT_TRUE(allHave("first"));
     const auto connected = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
-    const long grown = residentKib() - before;
+    const long grown = allocatedKib() - before;
     const auto changeBegin = steady_clock::now();
     ASSERT_EQ(vehicle.patch("/CarDataExchange/cdxConfig/one", R"({"name":"last"})").status, 200);
     EXPECT_TRUE(allHave("last"));
@@ -189,7 +198,7 @@ TEST_F(Load, OfNotificationsNamesEveryChangeToEverySubscriber) {
         return changed.wait_for(lock, xaltest::patience, [&] { return current == subscribers; });
     };
     ASSERT_TRUE(allAreTold());
-    const long before = residentKib();
+    const long before = allocatedKib();
     const auto begin = steady_clock::now();
     for (std::size_t i = 1; i <= notifications / subscribers; ++i) {
         {
@@ -202,11 +211,11 @@ TEST_F(Load, OfNotificationsNamesEveryChangeToEverySubscriber) {
         ASSERT_TRUE(allAreTold()); // one after the other: what waits may merge
     }
     const auto taken = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
-    const long grown = residentKib() - before;
+    const long grown = allocatedKib() - before;
     std::cout << notifications << " notifications to " << subscribers << " subscribers in " << taken.count()
               << " ms, grown by " << grown << " KiB\n";
     EXPECT_EQ(told, notifications + subscribers);
-    EXPECT_TRUE(grown < 64 * 1024 || !memoryTells) << grown;
+    EXPECT_TRUE(grown < 128 || !memoryTells) << grown << " though nothing waits";
     EXPECT_EQ(client.told.count("disconnected"), 0U);
     client.onTaskExecutor([&] { subscriptions.clear(); });
     client.close();
@@ -227,12 +236,12 @@ TEST_F(Load, OfChangesToASlowHandlerEndsWithTheLatestState) {
     };
     ASSERT_TRUE(user.start());
     ASSERT_TRUE(user.sees("first"));
-    const long before = residentKib();
+    const long before = allocatedKib();
     const auto begin = steady_clock::now();
     for (int i = 1; i <= changes; ++i)
         ASSERT_EQ(vehicle.patch("/CarDataExchange/cdxConfig/one", R"({"name":")" + std::to_string(i) + R"("})").status,
                   200);
-    const long grown = residentKib() - before;
+    const long grown = allocatedKib() - before;
     const auto taken = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
     const std::size_t told = user.notifications();
     {
@@ -244,7 +253,7 @@ TEST_F(Load, OfChangesToASlowHandlerEndsWithTheLatestState) {
     EXPECT_TRUE(user.sees(std::to_string(changes)));
     std::cout << changes << " changes in " << taken.count() << " ms to a handler of 100 ms: told " << told
               << ", grown by " << grown << " KiB, told " << user.notifications() << " in the end\n";
-    EXPECT_TRUE(grown < 64 * 1024 || !memoryTells) << grown;
+    EXPECT_TRUE(grown < mostKib || !memoryTells) << grown;
     EXPECT_EQ(user.client.told.count("disconnected"), 0U);
 }
 
@@ -253,7 +262,7 @@ TEST_F(Load, OfManyElementsReachesASubscriberWhole) {
     HttpTestClient vehicle(m_service.port());
     for (std::size_t i = 0; i < elements; ++i)
         ASSERT_EQ(vehicle.post("/CarDataExchange/cdxConfig", R"({"name":"n"})").status, 201);
-    const long before = residentKib();
+    const long before = allocatedKib();
     const auto begin = steady_clock::now();
     xaltest::TestClient client(m_service.uri());
     std::shared_ptr<xal::Subscription> subscription;
@@ -272,7 +281,8 @@ TEST_F(Load, OfManyElementsReachesASubscriberWhole) {
     ASSERT_TRUE(complete.await(std::chrono::seconds(200)));
     const auto taken = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
     RecordProperty("milliseconds", static_cast<int>(taken.count()));
-    std::cout << elements << " elements in " << taken.count() << " ms, grown by " << residentKib() - before << " KiB\n";
+    std::cout << elements << " elements in " << taken.count() << " ms, grown by " << allocatedKib() - before
+              << " KiB\n";
     client.close();
 }
 

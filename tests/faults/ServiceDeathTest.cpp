@@ -2,9 +2,11 @@
 #include "ServiceProcess.h"
 
 #include <cdxservice/Server.h>
+#include <support/ComesTrue.h>
 #include <support/FaultProxy.h>
+#include <support/Since.h>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -13,15 +15,11 @@
 namespace cdxtest {
 namespace {
 
+using Direction = FaultProxy::Direction;
 using End = FaultProxy::End;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-
-constexpr int watchdog = 150;
-
-milliseconds since(steady_clock::time_point begin) {
-    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
-}
+using testing::ElementsAre;
 
 milliseconds processorTime() {
     timespec time{};
@@ -29,103 +27,124 @@ milliseconds processorTime() {
     return milliseconds(time.tv_sec * 1000 + time.tv_nsec / 1'000'000);
 }
 
-std::map<std::string, int> storedAt(std::uint16_t port) {
-    std::map<std::string, int> names;
-    for (const auto& element : Vehicle(port).list("cdxConfig"))
-        ++names[element["name"].asString()];
-    return names;
-}
-
-/// Kills the service when so many of twenty requests have had their result.
-class ServiceDeath : public ::testing::TestWithParam<int> {};
-
-TEST_P(ServiceDeath, GivesEachRequestOneResultAndTheNewServicesStateAfterwards) {
-    ServiceProcess first;
-    FaultProxy proxy(first.port());
-    FrameworkUser user(proxy.port());
-    ASSERT_TRUE(user.start());
-    user.create("before");
-    ASSERT_TRUE(user.sees("before"));
-    for (int i = 0; i < 20; ++i)
-        user.create("during-" + std::to_string(i));
-    if (GetParam() > 0) {
-        ASSERT_NE(user.statusOf("during-" + std::to_string(GetParam() - 1)), -1);
-    }
-    first.kill();
-    ASSERT_TRUE(user.client.awaitDisconnected(1));
-    ServiceProcess second;
-    proxy.setServer(second.port());
-    ASSERT_TRUE(user.client.connection(2));
-    for (int i = 0; i < 20; ++i)
-        EXPECT_NE(user.statusOf("during-" + std::to_string(i)), -1);
-    user.create("after");
-    EXPECT_EQ(user.statusOf("after"), 201);
-    EXPECT_TRUE(user.sees("after"));
-    // What the old service alone had shows as gone with the next change after the new one's state is complete.
-    for (int i = 0; i < 10 && user.names() != storedAt(second.port()); ++i) {
-        user.create("change-" + std::to_string(i));
-        EXPECT_TRUE(user.sees("change-" + std::to_string(i)));
-    }
-    EXPECT_EQ(user.names(), storedAt(second.port()));
-    for (const auto& [name, count] : user.results())
-        EXPECT_EQ(count, 1) << name;
-    user.stop();
-    EXPECT_EQ(user.client.told.lines(), (std::vector<std::string>{"connected", "disconnected", "connected"}));
-}
-
-INSTANTIATE_TEST_SUITE_P(AfterResults, ServiceDeath, ::testing::Values(0, 1, 5, 10, 20));
-
-class Silence : public ::testing::Test {
+/// A program that exchanges with a service, which is killed at one moment or another and replaced by another one that
+/// knows nothing of what it stored.
+class ServiceDeath : public ::testing::Test {
 protected:
-    /// The loss is told within ping interval and pong time-out, with leave for a busy machine.
-    void expectDetected(FrameworkUser& user, steady_clock::time_point begin) {
-        ASSERT_TRUE(user.client.awaitDisconnected(1));
-        const milliseconds taken = since(begin);
-        RecordProperty("detected_after_ms", static_cast<int>(taken.count()));
-        std::cout << "silence detected after " << taken.count() << " ms\n";
-        EXPECT_LT(taken, milliseconds(2 * watchdog + 500));
+    /// What is there before is made at the service itself: the proxy has carried the channel only.
+    void SetUp() override {
+        ASSERT_TRUE(m_user.start());
+        Vehicle(m_first.port()).post("cdxConfig", json(R"({"name":"before"})"));
+        ASSERT_TRUE(m_user.sees("before"));
     }
+
+    /// Waits until more went to the service than by then.
+    bool arrivesMoreThan(std::uint64_t bytes) const {
+        return m_proxy.waitFor([&](const auto& counts) { return counts.toServer > bytes; });
+    }
+    std::uint64_t arrived() const { return m_proxy.counts().toServer; }
+
+    void expectRecovery() {
+        const ServiceProcess second;
+        m_proxy.setServer(second.port());
+        ASSERT_TRUE(m_user.client.connection(2));
+        m_user.create("after");
+        EXPECT_EQ(m_user.statusOf("after"), 201);
+        EXPECT_TRUE(m_user.sees("after"));
+        EXPECT_TRUE(m_user.comesToHoldWhatIsStoredAt(second.port()));
+        for (const auto& [name, count] : m_user.results())
+            EXPECT_EQ(count, 1) << name;
+        m_user.stop();
+        EXPECT_THAT(m_user.client.told.lines(), ElementsAre("connected", "disconnected", "connected"));
+    }
+
+    ServiceProcess m_first;
+    FaultProxy m_proxy{m_first.port()};
+    FrameworkUser m_user{m_proxy.port()};
 };
 
-TEST_F(Silence, OfAStoppedProcessIsDetectedAndItsReturnNoticed) {
-    ServiceProcess service;
-    FrameworkUser user(service.port(), watchdog, watchdog);
-    ASSERT_TRUE(user.start());
-    user.create("before");
-    ASSERT_TRUE(user.sees("before"));
-    const auto begin = steady_clock::now();
-    service.suspend();
-    expectDetected(user, begin);
-    service.resume();
-    ASSERT_TRUE(user.client.connection(2));
-    user.create("after");
-    EXPECT_TRUE(user.sees("after"));
-    EXPECT_EQ(user.names(), storedAt(service.port()));
+TEST_F(ServiceDeath, BetweenRequestsIsOneLossWithTheNewServicesStateBehindIt) {
+    m_user.create("answered");
+    EXPECT_EQ(m_user.statusOf("answered"), 201);
+    m_first.kill();
+    ASSERT_TRUE(m_user.client.awaitDisconnected(1));
+    expectRecovery();
 }
 
-TEST_F(Silence, OfTheNetworkIsDetectedAndRecoveredFrom) {
-    cdxservice::Server service;
-    service.start();
-    FaultProxy proxy(service.port());
-    FrameworkUser user(proxy.port(), watchdog, watchdog);
-    ASSERT_TRUE(user.start());
-    user.create("before");
-    ASSERT_TRUE(user.sees("before"));
-    const auto begin = steady_clock::now();
-    proxy.endAll(End::Silence);
-    expectDetected(user, begin);
-    Vehicle(service.port()).post("cdxConfig", json(R"({"name":"meanwhile"})"));
-    EXPECT_TRUE(user.sees("meanwhile"));
+TEST_F(ServiceDeath, DuringARequestFailsItOnce) {
+    std::uint64_t before = arrived();
+    m_user.create("first");
+    ASSERT_EQ(m_user.statusOf("first"), 201);
+    const std::uint64_t length = arrived() - before;
+    m_first.suspend();
+    before = arrived();
+    m_user.create("other"); // as long as the first one
+    ASSERT_TRUE(arrivesMoreThan(before + length - 1)) << "the whole of it";
+    m_user.create("queued"); // waits for its turn
+    EXPECT_EQ(m_user.results().size(), 1U) << "nothing is answered";
+    m_first.kill();
+    EXPECT_EQ(m_user.statusOf("other"), 0);
+    EXPECT_EQ(m_user.statusOf("queued"), 0) << "there is no service";
+    ASSERT_TRUE(m_user.client.awaitDisconnected(1));
+    expectRecovery();
 }
 
-TEST_F(Silence, OfAQuietServiceIsNone) {
-    cdxservice::Server service;
-    service.start();
-    FrameworkUser user(service.port(), 100, 500);
-    ASSERT_TRUE(user.start());
-    // Twice both limits, with nothing but pongs: the time is what is tested.
-    EXPECT_EQ(user.client.told.await("disconnected", milliseconds(1200)), "");
+TEST_F(ServiceDeath, InTheMiddleOfAFrameTellsNothingOfIt) {
+    const std::size_t told = m_user.notifications();
+    // A part of the next frame on the channel, the only connection that there was.
+    m_proxy.cut(Direction::ToClient, m_proxy.counts().toClient + 20, End::Loss);
+    Vehicle(m_first.port()).post("cdxConfig", json(R"({"name":"half"})"));
+    ASSERT_TRUE(comesTrue([&] { return m_proxy.hasCut(); }));
+    EXPECT_EQ(m_user.client.told.count("disconnected"), 0U) << "the service lives";
+    m_first.kill();
+    ASSERT_TRUE(m_user.client.awaitDisconnected(1));
+    EXPECT_EQ(m_user.notifications(), told);
+    expectRecovery();
 }
+
+TEST_F(ServiceDeath, DuringTheUpgradeIsAFailedAttempt) {
+    m_first.suspend();
+    std::uint64_t before = arrived();
+    m_proxy.endAll(End::Reset);
+    ASSERT_TRUE(arrivesMoreThan(before)) << "the request for the upgrade";
+    before = arrived();
+    m_user.create("during");
+    ASSERT_TRUE(arrivesMoreThan(before));
+    EXPECT_THAT(m_user.client.told.lines(), ElementsAre("connected", "disconnected"));
+    m_first.kill();
+    EXPECT_EQ(m_user.statusOf("during"), 0);
+    expectRecovery();
+}
+
+TEST_F(ServiceDeath, InTheMiddleOfTheAnswerToTheUpgradeIsAFailedAttempt) {
+    m_proxy.refuse(true);
+    m_proxy.endAll(End::Reset);
+    ASSERT_TRUE(m_user.client.awaitDisconnected(1));
+    m_proxy.cut(Direction::ToClient, 20, End::Loss);
+    m_proxy.refuse(false);
+    ASSERT_TRUE(comesTrue([&] { return m_proxy.hasCut(); }));
+    m_first.kill();
+    expectRecovery();
+}
+
+/// Killed when so many of twenty requests have had their result, wherever the next ones are then.
+class ServiceDeathAfterResults : public ServiceDeath, public ::testing::WithParamInterface<int> {};
+
+TEST_P(ServiceDeathAfterResults, GivesEachRequestOneResult) {
+    const auto name = [](int number) { return "during-" + std::to_string(number); };
+    for (int i = 0; i < 20; ++i)
+        m_user.create(name(i));
+    if (GetParam() > 0) {
+        ASSERT_NE(m_user.statusOf(name(GetParam() - 1)), -1);
+    }
+    m_first.kill();
+    ASSERT_TRUE(m_user.client.awaitDisconnected(1));
+    for (int i = 0; i < 20; ++i)
+        EXPECT_NE(m_user.statusOf(name(i)), -1);
+    expectRecovery();
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, ServiceDeathAfterResults, ::testing::Values(0, 1, 5, 10));
 
 TEST(Refusal, CostsNextToNoProcessorTimeAndEndsWithTheServicesReturn) {
     cdxservice::Server service;

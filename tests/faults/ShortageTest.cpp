@@ -106,7 +106,6 @@ TEST_F(Shortage, OfDescriptorsLeavesTheServicesClientsServed) {
 
 TEST_F(Shortage, NoDescriptorIsInheritedByAChild) {
     const std::vector<int> before = openDescriptors();
-    FaultProxy proxy(m_service.port());
     FrameworkUser user(m_service.port());
     ASSERT_TRUE(user.start());
     user.create("a");

@@ -1,9 +1,11 @@
 // Keeps an exchange under random faults for ten minutes, or as many seconds as the first argument says, and counts:
-// every request must have one result, every subscriber must end with the service's state. The second argument is the
-// seed of the faults; it is printed, so that a run can be repeated.
+// every request must have one result, every subscriber must end with the service's state, and the second half must
+// leave no memory and no descriptor behind. The second argument is the seed of the faults; it is printed, so that a run
+// can be repeated.
 #include "FrameworkUser.h"
 
 #include <cdxservice/Server.h>
+#include <support/ComesTrue.h>
 #include <support/FaultProxy.h>
 #include <support/HttpTestClient.h>
 #include <support/ProcessState.h>
@@ -13,7 +15,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <iostream>
-#include <malloc.h>
+#include <optional>
 #include <random>
 #include <string>
 
@@ -25,6 +27,11 @@ using std::chrono::steady_clock;
 
 constexpr std::size_t users = 4;
 
+/// What may be allocated more at the end than halfway: what stands in containers and at the allocators' hand differs.
+constexpr long differingBytes = 64 * 1024;
+/// And for each loss of a connection between: the harness keeps its service objects, and what was told.
+constexpr long bytesOfALoss = 256;
+
 struct Counts {
     std::size_t faults = 0;
     std::size_t requests = 0;
@@ -32,28 +39,20 @@ struct Counts {
     std::size_t lost = 0;
     std::size_t doubled = 0;
     std::size_t differing = 0;
+    std::size_t rests = 0;    ///< names made for a rest
+    std::size_t restless = 0; ///< rests to which the connections did not come
 };
 
 /// Of all four programs and the service, which are one process here.
 struct Memory {
     long resident = residentKib();
-    std::size_t allocated =
-        ::mallinfo2().uordblks / 1024; ///< asked for and not given back, in KiB; 0 under a sanitizer
+    long allocated = allocatedBytes();
     std::size_t descriptors = openDescriptors().size();
 };
 
 std::ostream& operator<<(std::ostream& out, const Memory& memory) {
-    return out << memory.resident << " kB (" << memory.allocated << " KiB allocated, " << memory.descriptors
+    return out << memory.resident << " kB (" << memory.allocated / 1024 << " KiB allocated, " << memory.descriptors
                << " descriptors)";
-}
-
-std::map<std::string, int> storedAt(std::uint16_t port) {
-    HttpTestClient client(port);
-    std::map<std::string, int> names;
-    const auto elements = boost::json::parse(client.get("/CarDataExchange/cdxConfig").body);
-    for (const auto& element : elements.as_array())
-        ++names[std::string(element.at("name").as_string())];
-    return names;
 }
 
 /// One fault, drawn at random: what happens to the connections, or to the service.
@@ -115,6 +114,50 @@ void settle(std::vector<std::unique_ptr<FrameworkUser>>& all, FaultProxy& proxy,
         vehicle.request("DELETE", std::string(element.at("uri").as_string()));
 }
 
+std::size_t lossesOf(const std::vector<std::unique_ptr<FrameworkUser>>& all) {
+    std::size_t losses = 0;
+    for (const auto& user : all)
+        losses += user->client.told.count("disconnected");
+    return losses;
+}
+
+void countResults(std::vector<std::unique_ptr<FrameworkUser>>& all, Counts& counts) {
+    for (auto& user : all)
+        for (const auto& [name, results] : user->takeResults())
+            counts.doubled += results > 1 ? 1 : 0;
+}
+
+/// Brings all to a state that can be compared: each user has two connections, for its requests and its events, and
+/// nobody has another. Comes after settle().
+Memory rest(std::vector<std::unique_ptr<FrameworkUser>>& all, FaultProxy& proxy, Counts& counts) {
+    proxy.cut(FaultProxy::Direction::ToServer, std::string::npos, FaultProxy::End::Close); // instead of one to come
+    proxy.endAll(FaultProxy::End::Close); // those that were silenced stay open otherwise
+    std::string last;
+    for (auto& user : all) {
+        // The first request may meet the end of its connection.
+        for (int status = 0, tries = 0; status != 201 && tries < 3; ++tries) {
+            last = "rest-" + std::to_string(++counts.rests);
+            user->create(last);
+            status = user->statusOf(last);
+            counts.lost += status == -1 ? 1 : 0;
+        }
+    }
+    for (auto& user : all)
+        counts.differing += user->sees(last) ? 0 : 1;
+    countResults(all, counts);
+    counts.restless += proxy.waitFor([](const FaultProxy::Counts& now) { return now.open == 2 * users; }) ? 0 : 1;
+    return {};
+}
+
+/// Whether more is held than halfway, but for what may differ. What is just being closed gets its time.
+bool isLeaking(const Memory& halfway, std::size_t losses) {
+    const long most = halfway.allocated + differingBytes + bytesOfALoss * static_cast<long>(losses);
+    return !comesTrue([&] {
+        const Memory now;
+        return now.allocated <= most && now.descriptors <= halfway.descriptors;
+    });
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -124,26 +167,31 @@ int main(int argc, char** argv) {
     std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
 
     cdxservice::ServerOptions options;
-    options.store = std::make_shared<cdxservice::Store>();
+    // So few that they are soon as many as they ever will be: what is remembered of removals must not look like growth.
+    cdxservice::Store::Options storeOptions;
+    storeOptions.keptRemovals = 20;
+    options.store = std::make_shared<cdxservice::Store>(nullptr, storeOptions);
     cdxservice::Server service(options);
     service.start();
     FaultProxy proxy(service.port());
     std::vector<std::unique_ptr<FrameworkUser>> all;
     for (std::size_t i = 0; i < users; ++i) {
-        all.push_back(std::make_unique<FrameworkUser>(proxy.port(), 300));
+        all.push_back(std::make_unique<FrameworkUser>(proxy.port(), 300, 300));
         all.back()->client.setting.requestTimeout.setValue(1000);
         // What the harness keeps must not look like growth.
-        all.back()->client.log->keepLatest(100);
-        all.back()->client.executorLog->keepLatest(100);
+        all.back()->client.log->keepLatest(10);
+        all.back()->client.executorLog->keepLatest(10);
         if (!all.back()->start())
             return 1;
     }
 
     Counts counts;
-    Memory first;
-    Memory halfway;
+    std::optional<Memory> first;
+    std::optional<Memory> halfway;
+    std::size_t lossesHalfway = 0;
     const auto end = steady_clock::now() + duration;
-    for (std::size_t round = 0; steady_clock::now() < end; ++round) {
+    std::size_t round = 0;
+    do {
         std::vector<std::string> names;
         for (int fault = 0; fault < 5; ++fault) {
             inflict(random, proxy, service);
@@ -160,27 +208,29 @@ int main(int argc, char** argv) {
             counts.lost += status == -1 ? 1 : 0;
         }
         settle(all, proxy, service.port(), round, counts);
-        for (auto& user : all)
-            for (const auto& [name, results] : user->takeResults())
-                counts.doubled += results > 1 ? 1 : 0;
-        if (round <= 10)
-            first = Memory();
-        if (steady_clock::now() < end - duration / 2)
-            halfway = Memory();
-    }
-    const Memory last = Memory();
+        countResults(all, counts);
+        if (!first)
+            first = rest(all, proxy, counts);
+        if (!halfway && steady_clock::now() >= end - duration / 2) {
+            halfway = rest(all, proxy, counts);
+            lossesHalfway = lossesOf(all);
+        }
+        ++round;
+    } while (steady_clock::now() < end);
+    rest(all, proxy, counts);
+    const std::size_t losses = lossesOf(all);
+    const bool hasLeaked = isLeaking(*halfway, losses - lossesHalfway);
+    const Memory last;
     std::size_t notifications = 0;
-    std::size_t losses = 0;
     for (auto& user : all) {
         user->stop();
         notifications += user->notifications();
-        losses += user->client.told.count("disconnected");
     }
     std::cout << "soak: " << counts.faults << " faults, " << losses << " losses of a connection, " << counts.requests
               << " requests (" << counts.failed << " failed), " << notifications << " notifications\n"
               << "soak: " << counts.lost << " results lost, " << counts.doubled << " doubled, " << counts.differing
-              << " subscribers with another state than the service's\n"
-              << "soak: memory after ten rounds " << first << ", halfway " << halfway << ", at the end " << last
-              << "\n";
-    return counts.lost + counts.doubled + counts.differing == 0 ? 0 : 1;
+              << " subscribers with another state than the service's, " << counts.restless << " rests without rest\n"
+              << "soak: memory after a round " << *first << ", halfway " << *halfway << ", at the end " << last
+              << (hasLeaked ? ": something leaks" : "") << "\n";
+    return counts.lost + counts.doubled + counts.differing + counts.restless == 0 && !hasLeaked ? 0 : 1;
 }

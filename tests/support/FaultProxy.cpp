@@ -67,6 +67,11 @@ struct FaultProxy::Stream {
     bool ended = false;         ///< and told
     bool readable = true;
     bool writable = true;
+
+    void forget() {
+        waiting.clear();
+        waitingBytes = 0;
+    }
 };
 
 struct FaultProxy::Link {
@@ -75,6 +80,8 @@ struct FaultProxy::Link {
     Stream up;
     Stream down;
     bool silent = false;
+    bool lossy = false;
+    bool hungUp = false; ///< the client was told the end, and is read until it ends too
     bool over = false;
 
     Link() {
@@ -142,6 +149,11 @@ void FaultProxy::endAll(End how) {
 void FaultProxy::swallow(bool on) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_swallow = on;
+}
+
+void FaultProxy::hangUp(bool on) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_hangUp = on;
 }
 
 void FaultProxy::refuse(bool on) {
@@ -238,7 +250,10 @@ void FaultProxy::acceptAll() {
         link->client = std::move(client);
         prepare(link->client.get());
         link->silent = m_swallow;
-        if (!m_swallow) {
+        link->hungUp = m_hangUp;
+        if (m_hangUp) {
+            ::shutdown(link->client.get(), SHUT_WR);
+        } else if (!m_swallow) {
             link->server = connecting(m_serverPort);
             if (link->server)
                 prepare(link->server.get());
@@ -250,10 +265,16 @@ void FaultProxy::acceptAll() {
 }
 
 void FaultProxy::serveLink(Link& link, Time now, Time& next) {
+    if (link.hungUp && !link.silent && !link.over) {
+        discardFrom(link, now);
+        return;
+    }
     for (Stream* stream : {&link.up, &link.down}) {
         if (link.silent || link.over)
             return;
         readFrom(*stream, now);
+        if (link.lossy)
+            stream->forget();
         handOn(link, *stream, now, next);
         // There was no room for what is there, and now there is.
         if (stream->readable && !stream->endDue && stream->waitingBytes < mostWaiting)
@@ -281,6 +302,15 @@ void FaultProxy::readFrom(Stream& stream, Time now) {
     }
 }
 
+void FaultProxy::discardFrom(Link& link, Time now) {
+    Stream& stream = link.up;
+    while (stream.readable && !stream.endDue) {
+        readFrom(stream, now);
+        stream.forget();
+    }
+    link.over = stream.endDue.has_value();
+}
+
 /// How many more bytes may go this way before the cut.
 std::size_t FaultProxy::allowance(const Stream& stream) const {
     if (!m_cut || m_cut->direction != stream.direction)
@@ -296,6 +326,7 @@ void FaultProxy::handOn(Link& link, Stream& stream, Time now, Time& next) {
             m_cut.reset();
             m_cutAt = now;
             end(link, how);
+            next = now; // what is lost may have been all that the end waited for
             return;
         }
         Stream::Piece& piece = stream.waiting.front();
@@ -345,6 +376,12 @@ void FaultProxy::handOn(Link& link, Stream& stream, Time now, Time& next) {
 void FaultProxy::end(Link& link, End how) {
     if (how == End::Silence) {
         link.silent = true;
+        return;
+    }
+    if (how == End::Loss) {
+        link.lossy = true;
+        link.up.forget();
+        link.down.forget();
         return;
     }
     if (how == End::Reset) {

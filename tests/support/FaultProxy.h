@@ -24,9 +24,10 @@ class FaultProxy {
 public:
     enum class Direction { ToServer, ToClient };
     enum class End {
-        Close,  ///< both sides are told the end of the stream
-        Reset,  ///< both sides are told a reset
-        Silence ///< nobody is told anything: nothing goes through any more, whoever waits waits
+        Close,   ///< both sides are told the end of the stream
+        Reset,   ///< both sides are told a reset
+        Silence, ///< nobody is told anything: nothing goes through any more, whoever waits waits
+        Loss     ///< nothing goes through any more but each side's own end: what it sent before that is lost
     };
 
     /// How bytes travel, in either direction. The default is as fast as it goes.
@@ -60,6 +61,9 @@ public:
     void endAll(End end);
     /// Swallows connections made from now on: they are accepted and nothing comes of them.
     void swallow(bool on);
+    /// Hangs up on connections made from now on: they are accepted and told the end of the stream. No reset follows,
+    /// since what they send is taken until they end, too.
+    void hangUp(bool on);
     /// From now on connections are refused by the system; those that there are go on.
     void refuse(bool on);
 
@@ -84,6 +88,7 @@ private:
     void acceptAll();
     void serveLink(Link& link, Time now, Time& next);
     void readFrom(Stream& stream, Time now);
+    void discardFrom(Link& link, Time now);
     void handOn(Link& link, Stream& stream, Time now, Time& next);
     void end(Link& link, End how);
     std::size_t allowance(const Stream& stream) const;
@@ -103,6 +108,7 @@ private:
     std::optional<Cut> m_cut;
     Time m_cutAt;
     bool m_swallow = false;
+    bool m_hangUp = false;
     bool m_stopping = false;
     Counts m_counts;
     std::list<std::unique_ptr<Link>> m_links;

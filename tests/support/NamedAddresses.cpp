@@ -1,5 +1,6 @@
 #include "NamedAddresses.h"
 
+#include <condition_variable>
 #include <dlfcn.h>
 #include <mutex>
 #include <netdb.h>
@@ -9,6 +10,8 @@ namespace {
 std::mutex mutex; // guards what follows
 std::string knownName;
 std::vector<std::string> knownAddresses;
+std::string silentName;
+std::condition_variable spoken;
 
 } // namespace
 
@@ -17,9 +20,13 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
     static const auto system = reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
     std::vector<std::string> addresses;
     {
-        const std::lock_guard<std::mutex> lock(mutex);
+        std::unique_lock<std::mutex> lock(mutex);
         if (name != nullptr && name == knownName)
             addresses = knownAddresses;
+        if (name != nullptr && name == silentName && (hints->ai_flags & AI_NUMERICHOST) == 0) {
+            spoken.wait(lock, [&] { return name != silentName; });
+            return EAI_AGAIN;
+        }
     }
     if (addresses.empty() || (hints != nullptr && (hints->ai_flags & AI_NUMERICHOST) != 0))
         return system(name, service, hints, found);
@@ -49,6 +56,17 @@ NamedAddresses::~NamedAddresses() {
     const std::lock_guard<std::mutex> lock(mutex);
     knownName.clear();
     knownAddresses.clear();
+}
+
+SilentName::SilentName(const std::string& name) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    silentName = name;
+}
+
+SilentName::~SilentName() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    silentName.clear();
+    spoken.notify_all();
 }
 
 } // namespace cdxtest

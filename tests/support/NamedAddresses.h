@@ -16,6 +16,15 @@ public:
     NamedAddresses& operator=(const NamedAddresses&) = delete;
 };
 
+/// While this is there, the system's resolver has no answer for this name; then it gives up. One at a time.
+class SilentName {
+public:
+    explicit SilentName(const std::string& name);
+    ~SilentName();
+    SilentName(const SilentName&) = delete;
+    SilentName& operator=(const SilentName&) = delete;
+};
+
 } // namespace cdxtest
 
 #endif

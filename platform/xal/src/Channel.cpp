@@ -171,9 +171,10 @@ private:
     }
 
     std::string describeEnd(const Error& failure) {
-        if (failure != websocket::error::closed)
-            return failure.message();
+        // The end of the bytes behind a close frame says less than the frame.
         const auto& reason = m_stream.reason();
+        if (failure != websocket::error::closed && reason.code == websocket::close_code::none)
+            return failure.message();
         std::string text = "closed by the service with " + std::to_string(reason.code);
         if (!reason.reason.empty())
             text += " " + std::string(reason.reason.c_str());

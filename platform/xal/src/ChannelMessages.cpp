@@ -3,13 +3,13 @@
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 
-#include <limits>
 #include <new>
 #include <stdexcept>
 
 namespace xal {
 namespace {
 
+constexpr std::size_t longestEpoch = 1024;
 constexpr std::int64_t largestNumber = (std::int64_t(1) << 53) - 1;
 
 std::int64_t readNumber(const xalutil::JsonObject& json, const char* key) {
@@ -50,8 +50,8 @@ void readEvent(const xalutil::JsonObject& json, ChannelMessage& message) {
 
 void readError(const xalutil::JsonObject& json, ChannelMessage& message) {
     const std::int64_t status = json.getInt64("status");
-    if (status < 0 || status > std::numeric_limits<int>::max())
-        throw std::runtime_error("status is out of range");
+    if (status < 400 || status > 599)
+        throw std::runtime_error("status " + std::to_string(status) + " is none of a refusal");
     message.status = static_cast<int>(status);
     message.text = readText(json, "title");
     if (const std::string detail = readText(json, "detail"); !detail.empty())
@@ -73,6 +73,9 @@ ChannelMessage readMessage(const xalutil::JsonObject& json) {
     } else if (operation == "subscribed") {
         message.operation = ChannelMessage::SUBSCRIBED;
         message.epoch = json.getString("epoch");
+        // It is sent back, in a message of at most 64 KiB.
+        if (message.epoch.size() > longestEpoch)
+            throw std::runtime_error("epoch is too long");
         message.isResumed = json.getBool("resumed");
     } else if (operation == "error") {
         message.operation = ChannelMessage::ERROR;

@@ -174,10 +174,17 @@ private:
     Plain& lowest() override { return m_stream.next_layer(); }
 
     void secure(Opened done) override {
-        m_stream.set_verify_callback(net::ssl::host_name_verification(m_host));
         // A server name is a name: an address does not go into it.
         Error isName;
         net::ip::make_address(m_host, isName);
+        const int mismatch = isName ? X509_V_ERR_HOSTNAME_MISMATCH : X509_V_ERR_IP_ADDRESS_MISMATCH;
+        m_stream.set_verify_callback([verify = net::ssl::host_name_verification(m_host),
+                                      mismatch](bool isTrusted, net::ssl::verify_context& context) {
+            const bool isRight = verify(isTrusted, context);
+            if (isTrusted && !isRight)
+                X509_STORE_CTX_set_error(context.native_handle(), mismatch);
+            return isRight;
+        });
         if (isName)
             SSL_ctrl(m_stream.native_handle(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, m_host.data());
         m_stream.async_handshake(net::ssl::stream_base::client, [this, done = std::move(done)](const Error& failure) {

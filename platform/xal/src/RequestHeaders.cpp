@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <strings.h>
@@ -62,10 +63,14 @@ void addToken(xalutil::HttpHeaders& headers, xalutil::ILogger& logger) {
     const char* const path = tokenFile();
     if (path == nullptr)
         return;
-    std::ifstream file(path, std::ios::binary);
-    const std::string token = withoutBlanks({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+    // Whatever else bears a path, a pipe above all, might keep its reader waiting.
+    std::error_code ignored;
+    std::ifstream file;
+    if (std::filesystem::is_regular_file(path, ignored))
+        file.open(path, std::ios::binary);
     if (!file.is_open())
-        logger.warning(std::string("no token: cannot read ") + path);
+        return logger.warning(std::string("no token: cannot read ") + path);
+    const std::string token = withoutBlanks({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
     if (!token.empty())
         add(headers, authorization, "Bearer " + token, logger);
 }

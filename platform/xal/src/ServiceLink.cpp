@@ -301,11 +301,16 @@ void ServiceLink::attempt() {
     }
 }
 
-void ServiceLink::retryLater(const std::string& happened) {
+void ServiceLink::retryLater(const std::string& happened, const std::string& reason) {
     const auto delay = m_backoff.next();
-    if (m_logger->isDebug())
-        m_logger->debug(happened + "; next attempt in " +
-                        std::to_string(std::chrono::duration_cast<milliseconds>(delay).count()) + " ms");
+    const std::string line = happened + "; next attempt in " +
+                             std::to_string(std::chrono::duration_cast<milliseconds>(delay).count()) + " ms";
+    // Once for each reason: a mistake in an address or a certificate is to be seen, a service that is away is no flood.
+    if (reason != m_lastReason)
+        m_logger->warning(line);
+    else
+        m_logger->debug(line);
+    m_lastReason = reason;
     m_retry->start(delay, [this] { retry(); });
 }
 
@@ -336,6 +341,7 @@ std::shared_ptr<void> ServiceLink::untilTold() {
 void ServiceLink::channelOpen() {
     if (m_logger->isDebug())
         m_logger->debug("connected to " + place() + " in " + took(m_since));
+    m_lastReason.clear();
     m_since = Clock::now();
     m_isConnected = true;
     ++m_connections;
@@ -435,7 +441,7 @@ void ServiceLink::channelClosed(const std::string& reason) {
         m_backoff.noteConnection(Clock::now() - m_since);
     }
     if (!m_isShutDown)
-        retryLater(happened);
+        retryLater(happened, reason);
     else if (m_logger->isDebug())
         m_logger->debug(happened);
 }

@@ -92,7 +92,7 @@ private:
 
     void attempt();
     std::string findBaseUri(Clock::time_point deadline);
-    void retryLater(const std::string& happened);
+    void retryLater(const std::string& happened, const std::string& reason);
     void retry();
     std::shared_ptr<void> untilTold();
     void tellConnected(const std::shared_ptr<Listener>& listener);
@@ -124,6 +124,7 @@ private:
     std::vector<std::shared_ptr<Listener>> m_listeners;
     std::shared_ptr<Channel> m_channel; ///< of the attempt or the connection; none while waiting
     std::optional<EventLoop::Timer> m_retry;
+    std::string m_lastReason; ///< Why there was no connection the last time, or no longer; empty once there is one.
     Backoff m_backoff;
     std::weak_ptr<void> m_untoldLoss; ///< kept by the disconnected calls that have not begun
     bool m_isHeld = false;            ///< the attempt that is due waits for them

@@ -2,13 +2,13 @@
 
 #include "SigpipeGuard.h"
 
+#include <xalutil/HostAddresses.h>
+
 #include <Poco/Crypto/OpenSSLInitializer.h>
 #include <Poco/Exception.h>
 #include <Poco/Net/Context.h>
-#include <Poco/Net/DNS.h>
 #include <Poco/Net/HTTPClientSession.h>
 #include <Poco/Net/HTTPSClientSession.h>
-#include <Poco/Net/HostEntry.h>
 #include <Poco/Net/SecureStreamSocket.h>
 #include <Poco/Net/StreamSocket.h>
 #include <Poco/Net/StreamSocketImpl.h>
@@ -19,9 +19,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
+#include <memory>
+#include <mutex>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace xalutil {
@@ -41,17 +47,62 @@ bool isAddress(const std::string& host) {
     return IPAddress::tryParse(host, ignored);
 }
 
-std::vector<IPAddress> resolve(const std::string& host) {
-    IPAddress literal;
-    if (IPAddress::tryParse(host, literal))
-        return {literal};
-    std::vector<IPAddress> addresses;
-    // Without the hint that hides loopback addresses from a computer that has no others.
-    const Poco::Net::HostEntry entry = Poco::Net::DNS::hostByName(host, Poco::Net::DNS::DNS_HINT_NONE);
-    for (const IPAddress& address : entry.addresses())
-        if (std::find(addresses.begin(), addresses.end(), address) == addresses.end())
-            addresses.push_back(address);
-    return addresses;
+/// A question to the system's resolver, on a thread of its own that goes on where nobody waits any longer.
+class Resolution {
+public:
+    Resolution() : m_event(::eventfd(0, EFD_CLOEXEC)) {
+        if (m_event < 0)
+            throw HttpError(0, "cannot resolve a name: " + std::generic_category().message(errno));
+    }
+    ~Resolution() { ::close(m_event); }
+    Resolution(const Resolution&) = delete;
+    Resolution& operator=(const Resolution&) = delete;
+
+    /// Readable once there is an answer.
+    int event() const { return m_event; }
+
+    void ask(const std::string& host, std::uint16_t port) noexcept {
+        std::vector<HostAddress> addresses;
+        std::exception_ptr failure;
+        try {
+            addresses = findHostAddresses(host, port);
+        } catch (const std::runtime_error& e) {
+            failure = std::make_exception_ptr(HttpError(0, e.what()));
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_addresses = std::move(addresses);
+            m_failure = failure;
+        }
+        const std::uint64_t one = 1;
+        static_cast<void>(!::write(m_event, &one, sizeof one));
+    }
+
+    std::vector<HostAddress> take() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_failure)
+            std::rethrow_exception(m_failure);
+        return std::move(m_addresses);
+    }
+
+private:
+    const int m_event;
+    std::mutex m_mutex; ///< guards what follows
+    std::vector<HostAddress> m_addresses;
+    std::exception_ptr m_failure;
+};
+
+std::vector<HostAddress> resolve(const HttpServer& server, const Interruption& interruption,
+                                 Interruption::Deadline deadline) {
+    auto literal = findLiteralAddress(server.host, server.port);
+    if (!literal.empty())
+        return literal;
+    const auto resolution = std::make_shared<Resolution>();
+    std::thread([resolution, host = server.host, port = server.port] { resolution->ask(host, port); }).detach();
+    interruption.await(resolution->event(), POLLIN, deadline);
+    return resolution->take();
 }
 
 /// A socket that no program started by this one inherits; Poco itself makes none of that kind.
@@ -84,11 +135,16 @@ StreamSocket connectTo(const SocketAddress& address, const Interruption& interru
 
 /// Tries the server's addresses one after the other, each with its share of the time.
 StreamSocket connectTo(const HttpServer& server, const Interruption& interruption, Interruption::Deadline deadline) {
-    const std::vector<IPAddress> addresses = resolve(server.host);
+    std::vector<SocketAddress> addresses;
+    for (const HostAddress& found : resolve(server, interruption, deadline)) {
+        const SocketAddress address(reinterpret_cast<const sockaddr*>(&found.storage), found.length);
+        if (std::find(addresses.begin(), addresses.end(), address) == addresses.end())
+            addresses.push_back(address);
+    }
     if (addresses.empty())
         throw HttpError(0, "the name has no address");
     for (std::size_t left = addresses.size();; --left) {
-        const SocketAddress address(addresses[addresses.size() - left], server.port);
+        const SocketAddress& address = addresses[addresses.size() - left];
         const auto now = std::chrono::steady_clock::now();
         const auto share = left > 1 ? now + (deadline - now) / static_cast<int>(left) : deadline;
         try {

@@ -7,6 +7,22 @@ namespace xalutil {
 
 namespace {
 
+/// What a peer sent may stand in a message: it is not to begin a line of its own, nor to steer a terminal.
+std::string onOneLine(const std::string& message) {
+    std::string line;
+    line.reserve(message.size());
+    for (const char c : message) {
+        const auto byte = static_cast<unsigned char>(c);
+        if ((byte >= 0x20 && byte != 0x7f) || c == '\t') {
+            line += c;
+        } else {
+            constexpr const char* digits = "0123456789abcdef";
+            line += {'\\', 'x', digits[byte >> 4], digits[byte & 0xf]};
+        }
+    }
+    return line;
+}
+
 /// Warnings and worse, one line each in one write, to standard error.
 class StandardErrorLogger : public ILogger {
 public:
@@ -31,7 +47,7 @@ public:
 
 private:
     void write(const char* severity, const std::string& message) const {
-        const std::string line = severity + m_facility + ": " + message + '\n';
+        const std::string line = severity + onOneLine(m_facility + ": " + message) + '\n';
         std::fwrite(line.data(), 1, line.size(), stderr);
     }
 

@@ -1,6 +1,8 @@
 #include "ScriptedService.h"
 #include "TestClient.h"
 
+#include <support/Since.h>
+
 #include <gmock/gmock.h>
 
 #include <optional>
@@ -10,14 +12,11 @@ namespace {
 
 using namespace xaltest;
 using cdxtest::Opcode;
+using cdxtest::since;
 using cdxtest::WebSocketPeer;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using testing::IsEmpty;
-
-milliseconds since(steady_clock::time_point begin) {
-    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
-}
 
 class Closing : public testing::Test {
 protected:

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -235,6 +236,22 @@ TEST_F(TokenFile, IsReadOnceItIsThere) {
     tcp.close();
     update();
     EXPECT_THAT(receive(tcp).head, HasSubstr("Bearer late\r\n"));
+}
+
+TEST_F(TokenFile, ThatIsNoFileIsLeftOutWithAWarning) {
+    const std::string pipe = testing::TempDir() + "xal-pipe-" + std::to_string(::getpid());
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const std::string folder = testing::TempDir();
+    for (const std::string& path : {std::string("/nonexistent/token"), folder, pipe}) {
+        ::setenv("XAL_TOKEN_FILE", path.c_str(), 1);
+        if (!channel)
+            connect();
+        update();
+        EXPECT_THAT(receive(tcp).head, Not(HasSubstr("Authorization")));
+        tcp.close();
+        EXPECT_NE(client.log->await("no token: cannot read " + path), "");
+    }
+    ::unlink(pipe.c_str());
 }
 
 TEST_F(TokenFile, GivesWayToTheMapsOwnAuthorization) {

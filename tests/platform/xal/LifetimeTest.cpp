@@ -8,15 +8,17 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <fstream>
+#include <string>
 #include <thread>
 #include <tuple>
+#include <unistd.h>
 
 namespace {
 
 using namespace xaltest;
 using cdxtest::Event;
 using cdxtest::WebSocketPeer;
-using std::chrono::milliseconds;
 using testing::ElementsAre;
 using Items = std::vector<std::shared_ptr<const Item>>;
 using Response = std::shared_ptr<const xal::XalResponse>;
@@ -37,9 +39,34 @@ protected:
         readMessage(*channel);
         channel->text(subscribed(1));
     }
+    /// The same for the one element that notify() is about.
+    void watch(std::function<void()> onNotification) {
+        connect();
+        subscription = service->subscribeElement<Item>(
+            ItemDescriptor::withId("a"), [handler = std::move(onNotification)](const auto&) { handler(); });
+        readMessage(*channel);
+        channel->text(subscribed(1));
+    }
     void notify() {
         channel->text(changed(1, m_revision, m_revision + 1, "a"));
         ++m_revision;
+    }
+    /// Inside a handler: returns once the service was told that its subscription is released, and the test waits for
+    /// the handler to return.
+    void awaitUnsubscribe() {
+        EXPECT_EQ(readMessage(*channel).at("op"), "unsubscribe");
+        awaitTest();
+    }
+    /// The same for close(); first the connection ends, which close() waits for too.
+    void awaitClose() {
+        EXPECT_TRUE(channel->readClose());
+        channel->tcp().close();
+        EXPECT_TRUE(cdxtest::comesTrue([] { return !cdxtest::hasThread("xal:CarDataExchange"); }));
+        awaitTest();
+    }
+    /// Waits until the test's thread waits.
+    void awaitTest() const {
+        EXPECT_TRUE(cdxtest::comesTrue([this] { return isAsleep(m_testThread); }));
     }
     /// Waits until everything sent so far has been told.
     void settle() { settleOn(*service); }
@@ -65,6 +92,14 @@ protected:
     std::optional<WebSocketPeer> channel;
 
 private:
+    /// Whether the thread waits, as the system tells it: "number (name) state ...".
+    static bool isAsleep(pid_t thread) {
+        std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+        std::string stat;
+        return std::getline(file, stat) && stat.compare(stat.rfind(')'), 3, ") S") == 0;
+    }
+
+    const pid_t m_testThread = ::gettid();
     std::int64_t m_revision = 0;
 };
 
@@ -81,14 +116,15 @@ struct HungryService {
 std::atomic<int> HungryService::tries{0};
 
 TEST_F(Lifetime, CloseEndsAConnectedCallThatHasNoMemory) {
+    HungryService::tries = 0;
     client.makeRegistry();
     xal::ServiceListener<HungryService> listener;
     listener.connected = [this](const auto&) { notified.add("connected"); };
     client.registry->registerServiceListener(listener);
     channel.emplace(peer.accept());
-    while (HungryService::tries < 2)
-        std::this_thread::yield();
+    const bool isTriedAgain = cdxtest::comesTrue([] { return HungryService::tries > 1; });
     client.close();
+    EXPECT_TRUE(isTriedAgain);
     const int tries = HungryService::tries;
     client.onTaskExecutor([] {});
     EXPECT_EQ(HungryService::tries, tries);
@@ -115,26 +151,25 @@ TEST_F(Lifetime, AConnectedCallThatRunsOutOfMemoryTakesTheConnectionFromOthersOn
 }
 
 TEST_F(Lifetime, UnsubscribeWaitsForACallbackOnAnotherThread) {
-    Event isRunning, goOn;
-    bool hasReturned = false;
+    Event isRunning;
+    std::atomic<bool> hasReturned = false;
     subscribe([&] {
         isRunning.set();
-        goOn.await();
-        std::this_thread::sleep_for(milliseconds(50));
+        awaitUnsubscribe();
         hasReturned = true;
     });
     notify();
     ASSERT_TRUE(isRunning.await());
-    goOn.set();
     subscription->unsubscribe();
     EXPECT_TRUE(hasReturned);
+    client.onTaskExecutor([] {}); // where it has not, it still uses what goes now
 }
 
 TEST_F(Lifetime, DroppingDoesNotWaitForACallback) {
     Event isRunning, goOn;
     subscribe([&] {
         isRunning.set();
-        goOn.await();
+        EXPECT_TRUE(goOn.await());
     });
     notify();
     ASSERT_TRUE(isRunning.await());
@@ -182,26 +217,31 @@ TEST_F(Lifetime, AHandlerLivesUntilItReturned) {
 }
 
 TEST_F(Lifetime, AHandlersCaptureIsGoneWhenUnsubscribeReturns) {
-    auto alive = std::make_shared<int>(7);
-    const std::weak_ptr<int> weak = alive;
-    Event isRunning;
-    subscribe([&isRunning, alive] {
-        isRunning.set();
-        std::this_thread::sleep_for(milliseconds(20));
+    std::atomic<bool> isGone = false;
+    // Goes with the handler that captures it, and takes its time.
+    std::shared_ptr<void> captured(nullptr, [&](void*) {
+        awaitTest();
+        isGone = true;
     });
-    alive.reset();
+    Event isRunning;
+    subscribe([&, captured] {
+        isRunning.set();
+        awaitUnsubscribe();
+    });
+    captured.reset();
     notify();
     ASSERT_TRUE(isRunning.await());
     subscription->unsubscribe();
-    EXPECT_TRUE(weak.expired());
+    EXPECT_TRUE(isGone);
+    client.onTaskExecutor([] {}); // where it is not, it still uses what goes now
 }
 
 TEST_F(Lifetime, CloseWaitsForAHandlerOnAnotherThread) {
     Event isRunning;
-    bool hasReturned = false;
+    std::atomic<bool> hasReturned = false;
     subscribe([&] {
         isRunning.set();
-        std::this_thread::sleep_for(milliseconds(50));
+        awaitClose();
         hasReturned = true;
     });
     notify();
@@ -209,6 +249,7 @@ TEST_F(Lifetime, CloseWaitsForAHandlerOnAnotherThread) {
     ASSERT_TRUE(isRunning.await());
     client.close();
     EXPECT_TRUE(hasReturned);
+    client.onTaskExecutor([] {}); // where it has not, it still uses what goes now
 }
 
 TEST_F(Lifetime, NothingIsToldAfterClose) {
@@ -223,9 +264,7 @@ TEST_F(Lifetime, NothingIsToldAfterClose) {
     ASSERT_TRUE(isRunning.await());
     std::thread closer([&] { client.close(); });
     // close() first stops what has not begun, then waits for what has.
-    while (!channel->readClose(milliseconds(10)))
-        if (channel->tcp().read(milliseconds(1)) == cdxtest::TcpPeer::Read::End)
-            break;
+    EXPECT_TRUE(channel->readClose());
     goOn.set();
     closer.join();
     client.onTaskExecutor([] {});
@@ -282,9 +321,65 @@ protected:
         client.close();  // no handler runs on what goes now
     }
 
+    /// A connection with the subscription that the actions are about, which has been told something.
+    void begin() {
+        client.onConnected = [this](const auto&) { actIn("Connected"); };
+        client.onDisconnected = [this] { actIn("Disconnected"); };
+        if (kind() == "ElementNotification")
+            watch(toldIn("ElementNotification"));
+        else
+            subscribe(toldIn("Notification"));
+        notify();
+        ASSERT_NE(notified.await("told"), "");
+    }
+    /// Lets a handler of the kind run, and waits until it has done the action.
+    bool hasActed() {
+        m_isAsked = true;
+        const auto acts = [this](const char* inKind) { return [this, inKind](const auto&...) { actIn(inKind); }; };
+        if (kind() == "Notification" || kind() == "ElementNotification") {
+            notify();
+        } else if (kind() == "Created") {
+            service->createElement<Item>(ItemDescriptor::named("n"), acts("Created"), nullptr);
+            peer.answerRequest("201 Created", R"({"id":"b","name":"n"})");
+        } else if (kind() == "Updated") {
+            service->updateElement<Item>(ItemDescriptor::withId("a"), acts("Updated"), nullptr);
+            peer.answerRequest("200 OK", "{}");
+        } else if (kind() == "Deleted") {
+            service->deleteElement<Item>(ItemDescriptor::withId("a"), acts("Deleted"), nullptr);
+            peer.answerRequest("200 OK");
+        } else if (kind() == "Read") {
+            service->readElements<Item>(ItemDescriptor(), acts("Read"), nullptr);
+            peer.answerRequest("200 OK", R"([{"id":"a","name":"n"}])");
+        } else if (kind() == "Failed") {
+            service->readElements<Item>(ItemDescriptor(), nullptr, acts("Failed"));
+            peer.answerRequest("500 Internal Server Error");
+        } else if (kind() == "FailedUnsent") {
+            service->updateElement<Item>(ItemDescriptor(), nullptr, acts("FailedUnsent"));
+        } else if (kind() == "Error") {
+            client.config->known = false;
+            xal::ServiceListener<UnknownService> listener;
+            listener.error = acts("Error");
+            client.registry->registerServiceListener(listener);
+        } else {
+            channel->tcp().reset();
+            if (kind() == "Connected")
+                channel.emplace(peer.accept());
+        }
+        return m_done.await();
+    }
+
+private:
+    static std::string kind() { return std::get<0>(GetParam()); }
+
+    std::function<void()> toldIn(const char* inKind) {
+        return [this, inKind] {
+            notified.add("told");
+            actIn(inKind);
+        };
+    }
     /// Does it once, in the first handler of the kind after this was asked for.
-    void actIn(const std::string& kind) {
-        if (kind != std::get<0>(GetParam()) || !m_isAsked.exchange(false))
+    void actIn(const std::string& inKind) {
+        if (inKind != kind() || !m_isAsked.exchange(false))
             return;
         const std::string action = std::get<1>(GetParam());
         if (action == "Close")
@@ -299,43 +394,14 @@ protected:
             xal::ElementRegistry(client.registry, nullptr).unsubscribeFromAll();
         m_done.set();
     }
-    /// Lets a handler of the kind run.
-    void cause() {
-        m_isAsked = true;
-        const std::string kind = std::get<0>(GetParam());
-        if (kind == "Notification") {
-            notify();
-        } else if (kind == "Result") {
-            service->updateElement<Item>(ItemDescriptor(), nullptr, [this](const Response&) { actIn("Result"); });
-        } else if (kind == "Error") {
-            client.config->known = false;
-            xal::ServiceListener<UnknownService> listener;
-            listener.error = [this](const std::exception&) { actIn("Error"); };
-            client.registry->registerServiceListener(listener);
-        } else {
-            channel->tcp().reset();
-            if (kind == "Connected")
-                channel.emplace(peer.accept());
-        }
-    }
-    bool isDone() { return m_done.await(); }
 
-private:
     std::atomic<bool> m_isAsked{false};
     Event m_done;
 };
 
 TEST_P(InsideAHandler, NothingBlocksAndNothingIsToldAfterwards) {
-    client.onConnected = [this](const auto&) { actIn("Connected"); };
-    client.onDisconnected = [this] { actIn("Disconnected"); };
-    subscribe([this] {
-        notified.add("told");
-        actIn("Notification");
-    });
-    notify();
-    ASSERT_NE(notified.await("told"), "");
-    cause();
-    ASSERT_TRUE(isDone());
+    begin();
+    ASSERT_TRUE(hasActed());
     client.onTaskExecutor([] {});
     const auto before = notified.size();
     notify();
@@ -347,7 +413,8 @@ TEST_P(InsideAHandler, NothingBlocksAndNothingIsToldAfterwards) {
 
 INSTANTIATE_TEST_SUITE_P(
     Of, InsideAHandler,
-    testing::Combine(testing::Values("Notification", "Result", "Error", "Connected", "Disconnected"),
+    testing::Combine(testing::Values("Notification", "ElementNotification", "Created", "Updated", "Deleted", "Read",
+                                     "Failed", "FailedUnsent", "Error", "Connected", "Disconnected"),
                      testing::Values("Close", "DropRegistry", "Unsubscribe", "DropSubscription", "UnsubscribeFromAll")),
     [](const auto& tested) { return std::get<0>(tested.param) + std::string(std::get<1>(tested.param)); });
 

@@ -20,6 +20,16 @@ cdxtest::WebSocketPeer ScriptedService::accept() {
     return cdxtest::WebSocketPeer::accept(acceptTcp());
 }
 
+void ScriptedService::answerRequest(const std::string& status, const std::string& body) {
+    auto tcp = acceptTcp();
+    const auto head = tcp.takeUntil("\r\n\r\n");
+    if (!head)
+        throw std::runtime_error("no request came");
+    if (const std::string length = cdxtest::headerValue(*head, "Content-Length"); !length.empty())
+        tcp.take(std::stoul(length));
+    tcp.send("HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+}
+
 json::object readMessage(cdxtest::WebSocketPeer& channel) {
     const auto text = channel.readText();
     if (!text)

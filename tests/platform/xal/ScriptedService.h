@@ -22,6 +22,8 @@ public:
     cdxtest::WebSocketPeer accept();
     /// The next client's connection, before it said anything. Throws when none comes.
     cdxtest::TcpPeer acceptTcp(std::chrono::milliseconds within = cdxtest::patience);
+    /// Takes the next client's request and answers it; `status` with its reason. Throws when none comes.
+    void answerRequest(const std::string& status, const std::string& body = {});
 
 private:
     cdxtest::Listener m_listener;

@@ -1,6 +1,9 @@
 #include "TestClient.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <future>
 #include <utility>
 
 namespace xaltest {
@@ -153,18 +156,24 @@ bool TestClient::awaitDisconnected(std::size_t count) {
     return false;
 }
 
+std::vector<std::chrono::milliseconds> TestClient::announcedDelays() const {
+    const std::string key = "next attempt in ";
+    std::vector<std::chrono::milliseconds> delays;
+    for (const std::string& line : log->lines())
+        if (const auto at = line.find(key); at != std::string::npos)
+            delays.emplace_back(std::stol(line.substr(at + key.size())));
+    return delays;
+}
+
 void TestClient::onTaskExecutor(const std::function<void()>& function) {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool hasRun = false;
-    task->execute([&] {
-        function();
-        const std::lock_guard<std::mutex> lock(mutex);
-        hasRun = true;
-        changed.notify_all();
-    });
-    std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return hasRun; });
+    auto call = std::make_shared<std::packaged_task<void()>>(function);
+    auto over = call->get_future();
+    task->execute([call = std::move(call)] { (*call)(); });
+    if (over.wait_for(patience) != std::future_status::ready) {
+        ADD_FAILURE() << "the task executor does not come to the test's task";
+        return;
+    }
+    EXPECT_NO_THROW(over.get()) << "the task executor dropped the test's task, or that threw";
 }
 
 std::string describe(const std::vector<std::shared_ptr<const Item>>& items, int status) {

@@ -118,7 +118,10 @@ public:
     /// The service object of the n-th connection, from 1; empty when there was none in time.
     std::shared_ptr<ItemService> connection(std::size_t number = 1);
     bool awaitDisconnected(std::size_t count);
-    /// Runs the function on the task executor and returns when it has run.
+    /// The delays before further attempts that the log announces, in their order.
+    std::vector<std::chrono::milliseconds> announcedDelays() const;
+    /// Runs the function on the task executor and returns when it has run. Fails the test where the executor drops it,
+    /// or does not come to it in time.
     void onTaskExecutor(const std::function<void()>& function);
 
     std::shared_ptr<Journal> log = std::make_shared<Journal>();

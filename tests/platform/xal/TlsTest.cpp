@@ -100,8 +100,15 @@ TEST_F(Tls, RefusesACertificateForAnotherName) {
     cdxtest::TlsSubject subject;
     subject.names = {"other.example"};
     start(subject, "localhost");
-    EXPECT_THAT(client->log->await("no connection"), testing::HasSubstr("certificate"));
+    EXPECT_THAT(client->log->await("no connection"), testing::HasSubstr("hostname mismatch"));
     EXPECT_EQ(client->told.size(), 0u);
+}
+
+TEST_F(Tls, RefusesACertificateForAnotherAddress) {
+    cdxtest::TlsSubject subject;
+    subject.addresses = {"127.0.0.2"};
+    start(subject, "127.0.0.1");
+    EXPECT_THAT(client->log->await("no connection"), testing::HasSubstr("IP address mismatch"));
 }
 
 TEST_F(Tls, RefusesWhatNobodyVouchesFor) {

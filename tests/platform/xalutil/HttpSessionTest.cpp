@@ -27,6 +27,7 @@ using cdxtest::FullListener;
 using cdxtest::NamedAddresses;
 using cdxtest::PeerConnection;
 using cdxtest::ScriptedPeer;
+using cdxtest::SilentName;
 using testing::HasSubstr;
 using testing::StartsWith;
 using xalutil::HttpError;
@@ -583,6 +584,27 @@ TEST(HttpSessionTest, AddressThatIsSilentCostsItsShareOfTheDeadline) {
     const FullListener silent("127.0.0.2", peer.port());
     const auto session = PocoHttpSessionFactory().createSession("http://several.test:" + std::to_string(peer.port()));
     EXPECT_EQ(session->exchange({}, Clock::now() + milliseconds(1000)).body, "ok");
+}
+
+TEST(HttpSessionTest, NameThatIsNotResolvedFailsAtTheDeadlineOrWhenCancelled) {
+    const SilentName name("silent.test");
+    const auto session = PocoHttpSessionFactory().createSession("http://silent.test");
+    const auto failure = failureOf(*session, {}, Clock::now() + milliseconds(50));
+    ASSERT_TRUE(failure);
+    EXPECT_THAT(failure->what, HasSubstr("timed out"));
+    std::thread other([&] { session->cancel(); });
+    const auto cancelled = failureOf(*session, {}, Clock::now() + std::chrono::hours(1));
+    other.join();
+    ASSERT_TRUE(cancelled);
+    EXPECT_THAT(cancelled->what, HasSubstr("cancelled"));
+}
+
+TEST(HttpSessionTest, NameThatDoesNotExistIsAFailureThatSaysSo) {
+    const auto session = PocoHttpSessionFactory().createSession("http://none.invalid");
+    const auto failure = failureOf(*session);
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->status, 0);
+    EXPECT_THAT(failure->what, StartsWith("cannot resolve none.invalid: "));
 }
 
 TEST(HttpSessionTest, HeadHasAnAnswerWithoutABody) {

@@ -42,6 +42,12 @@ TEST_F(LoggerTest, BuiltInLoggerWritesWarningsAndWorseToStandardError) {
     EXPECT_EQ(standardErrorOf([&] { logger->system("down"); }), "SYSTEM: Facility: down\n");
 }
 
+TEST_F(LoggerTest, BuiltInLoggerKeepsAMessageOnItsLine) {
+    const auto logger = makeLogger("Facility");
+    EXPECT_EQ(standardErrorOf([&] { logger->warning("a\nERROR: b\r\x1b[31mc\td\x7f\xc3\xa4"); }),
+              "WARN: Facility: a\\x0aERROR: b\\x0d\\x1b[31mc\td\\x7f\xc3\xa4\n");
+}
+
 TEST_F(LoggerTest, BuiltInLoggerWritesNothingMilder) {
     const auto logger = makeLogger("Facility");
     EXPECT_EQ(standardErrorOf([&] {

@@ -32,7 +32,7 @@ public:
 
     bool isComplete() const noexcept { return m_expected == Expected::NOTHING; }
     bool hasSeenBytes() const noexcept { return m_hasSeenBytes; }
-    /// Of the final answer's status line; 0 before that.
+    /// Of the last status line, an interim answer's too; 0 before that.
     int getStatus() const noexcept { return m_answer.status; }
     /// Whether the complete answer leaves its connection fit for another one.
     bool mayReuseConnection() const noexcept { return m_isFramed && m_isKept; }
