@@ -309,17 +309,14 @@ TEST_F(Channels, BeginAnewWhenAForgottenRemovalOvertakesASubscriber) {
     few.keptRemovals = 2;
     options.store = std::make_shared<Store>(nullptr, few);
     startService();
-    WebSocketPeer peer = channel();
-    follow(peer, 1, "cdxConfig");
-    // One answer for all four, so that the channel is woken once.
-    std::string bytes;
     for (int i = 0; i < 4; ++i) {
-        const std::string body = R"({"id":"x"})";
-        bytes += "POST /CarDataExchange/cdxConfig HTTP/1.1\r\n" + host() + jsonType +
-                 "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body +
-                 "DELETE /CarDataExchange/cdxConfig/x HTTP/1.1\r\n" + host() + "\r\n";
+        make(dataPath, R"({"name":"client","eventId":"e"})");
     }
-    ASSERT_TRUE(client->send(bytes));
+    const std::string control = std::string(controlPath) + "/" + make(controlPath, R"({"name":"client"})");
+    WebSocketPeer peer = channel();
+    follow(peer, 1, "cdxData");
+    // Four removals by one request, so that none can be told before the next.
+    EXPECT_EQ(client->patch(control, R"({"eventTicket":"e"})").status, 200);
     const auto anew = message(peer);
     EXPECT_EQ(text(anew.at("op")), "subscribed");
     EXPECT_FALSE(anew.at("resumed").as_bool());
