@@ -22,7 +22,9 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -62,36 +64,42 @@ public:
     int event() const { return m_event; }
 
     void ask(const std::string& host, std::uint16_t port) noexcept {
-        std::vector<HostAddress> addresses;
-        std::exception_ptr failure;
-        try {
-            addresses = findHostAddresses(host, port);
-        } catch (const std::runtime_error& e) {
-            failure = std::make_exception_ptr(HttpError(0, e.what()));
-        } catch (...) {
-            failure = std::current_exception();
-        }
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            m_addresses = std::move(addresses);
-            m_failure = failure;
+            try {
+                find(host, port);
+            } catch (const std::exception&) {
+                m_isMemoryShort = true;
+            }
         }
         const std::uint64_t one = 1;
         static_cast<void>(!::write(m_event, &one, sizeof one));
     }
 
+    /// Once there is an answer.
     std::vector<HostAddress> take() {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_failure)
-            std::rethrow_exception(m_failure);
+        if (m_isMemoryShort)
+            throw std::bad_alloc();
+        if (!m_failure.empty())
+            throw HttpError(0, m_failure);
         return std::move(m_addresses);
     }
 
 private:
+    void find(const std::string& host, std::uint16_t port) {
+        try {
+            m_addresses = findHostAddresses(host, port);
+        } catch (const std::runtime_error& e) {
+            m_failure = e.what();
+        }
+    }
+
     const int m_event;
     std::mutex m_mutex; ///< guards what follows
     std::vector<HostAddress> m_addresses;
-    std::exception_ptr m_failure;
+    std::string m_failure;
+    bool m_isMemoryShort = false;
 };
 
 std::vector<HostAddress> resolve(const HttpServer& server, const Interruption& interruption,
