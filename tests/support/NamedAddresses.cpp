@@ -18,17 +18,18 @@ std::condition_variable spoken;
 // Stands before the system's own, for the program and for every library in it.
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found) {
     static const auto system = reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+    const bool onlyLiterals = hints != nullptr && (hints->ai_flags & AI_NUMERICHOST) != 0;
     std::vector<std::string> addresses;
-    {
+    if (name != nullptr && !onlyLiterals) {
         std::unique_lock<std::mutex> lock(mutex);
-        if (name != nullptr && name == knownName)
+        if (name == knownName)
             addresses = knownAddresses;
-        if (name != nullptr && name == silentName && (hints->ai_flags & AI_NUMERICHOST) == 0) {
+        if (name == silentName) {
             spoken.wait(lock, [&] { return name != silentName; });
             return EAI_AGAIN;
         }
     }
-    if (addresses.empty() || (hints != nullptr && (hints->ai_flags & AI_NUMERICHOST) != 0))
+    if (addresses.empty())
         return system(name, service, hints, found);
     addrinfo* all = nullptr;
     addrinfo** end = &all;

@@ -46,9 +46,10 @@ struct ServerOptions {
     std::chrono::milliseconds requestTimeout = std::chrono::minutes(5);
     /// From the last byte that a channel's peer took, while more waits for it, to the end of the channel.
     std::chrono::milliseconds stallTimeout = std::chrono::hours(1);
-    /// What all requests that are not whole yet and all answers and events that are not taken yet may hold together,
-    /// each for itself. Beyond, connections end that have moved no byte for five seconds, the stillest first; beyond
-    /// four times of it, at once.
+    /// What all requests that are not whole yet, all answers and events that are not taken yet, and all subscriptions
+    /// may hold together, each for itself. Beyond, connections end that have moved no byte for five seconds, those
+    /// first that hold the most; beyond four times of it, at once. Nobody ends who keeps to an equal share, by
+    /// maxConnections, of these four times.
     std::size_t maxHeldBytes = 67'108'864;
     /// How long stop() waits for peers to close their side.
     std::chrono::milliseconds closeTimeout = std::chrono::milliseconds(500);
